@@ -1,0 +1,171 @@
+#!/usr/bin/env bash
+# Installs the pinned dependencies into .deps/, the only folder written (system packages apart).
+#
+#   scripts/setup.sh           everything that the build needs
+#   scripts/setup.sh songs     the recorded songs of the demo
+#
+# Every part is put together beside its place and moved there when it is complete and verified, so an interrupted
+# run leaves nothing that a later run would take for good. A second run downloads nothing.
+set -euo pipefail
+
+readonly root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+readonly deps="$root/.deps"
+
+# Pins. npm packages: name@version and the SHA-512 of the package file. Debian packages: name=version.
+readonly runtime_npm="onnxruntime-node@1.21.0"
+readonly runtime_sha512="35e6825fa596d8bf1c4424aacb76c89e5a39a238d0aaed9f0f70fef56e6a6f98abc31844c96297787daf67c5bdafa57168c3d46a7fb8ffb343c1932da2e67113"
+readonly runtime_headers="libonnxruntime-dev=1.21.0+dfsg-1"
+readonly pffft_npm="@echogarden/pffft-wasm@0.4.2"
+readonly pffft_sha512="c77af3855198d35b44005b7e6be0fd4ff8cff30c79aff5d2e617ac305089cfbba33178382cedbef788a9d4d87354a3ebaeca7fa13ed40898ed860e4dcf691839"
+readonly header_packages=(libxtensor-dev=0.25.0-2 xtl-dev=0.7.7-1 libxsimd-dev=13.2.0-1 libplog-dev=1.1.10-2)
+readonly songs_package="fretsonfire-songs-sectoid=1.dfsg-4"
+readonly debian_suite="trixie"
+readonly system_packages=(pkg-config libsndfile1-dev libsoxr-dev libcli11-dev libgtest-dev)
+
+say() { printf 'setup: %s\n' "$*"; }
+fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
+require() { command -v "$1" >/dev/null || fail "'$1' is missing: $2"; }
+
+stage=""
+trap '[ -z "$stage" ] || rm -rf "$stage"' EXIT
+trap 'exit 130' INT TERM
+
+# Runs a command quietly; when it fails, its last line of output says why.
+quietly() {
+    local what="$1" log="$stage/log"
+    shift
+    "$@" >"$log" 2>&1 || fail "$what failed ($(grep -v '^ *$' "$log" | tail -n 1)); check the network and the disk, then run this again"
+}
+
+is_current() { [ "$(cat "$deps/$1/.pins" 2>/dev/null)" = "$2" ]; }
+
+# publish NAME PINS: moves the finished $stage/NAME into place.
+publish() {
+    printf '%s\n' "$2" >"$stage/$1/.pins"
+    rm -rf "${deps:?}/$1"
+    mv "$stage/$1" "$deps/$1"
+    say "$1 is ready"
+}
+
+install_system_packages() {
+    require cmake "apt-get install cmake g++"
+    require dpkg-query "this script knows Debian; elsewhere install the dependencies and use plain CMake (see README)"
+    local package missing=()
+    for package in "${system_packages[@]}"; do
+        [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    [ "$(id -u)" = 0 ] || fail "system packages are missing; install them with: sudo apt-get install ${missing[*]}"
+    say "installing ${missing[*]}"
+    quietly "apt-get update" apt-get update
+    DEBIAN_FRONTEND=noninteractive quietly "apt-get install ${missing[*]}" \
+        apt-get install -y --no-install-recommends "${missing[@]}"
+}
+
+# A private apt: own lists and cache below $stage, the machine's own mirror, the suite of the pins.
+prepare_apt() {
+    [ ! -e "$stage/apt/apt.conf" ] || return 0
+    require apt-get "the pinned headers come from Debian packages"
+    local mirror keyring=/usr/share/keyrings/debian-archive-keyring.gpg
+    # The trailing guard keeps security and third-party archives out.
+    mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Identifier: Packages' | grep -m1 -E '/debian/?$') ||
+        fail "no Debian mirror found in this machine's apt configuration"
+    [ -r "$keyring" ] || fail "$keyring is missing: install debian-archive-keyring"
+    mkdir -p "$stage"/apt/{lists/partial,cache/archives/partial}
+    : >"$stage/apt/status"
+    printf 'deb [signed-by=%s] %s %s main\n' "$keyring" "$mirror" "$debian_suite" >"$stage/apt/sources.list"
+    cat >"$stage/apt/apt.conf" <<CONF
+Dir::State::Lists "$stage/apt/lists";
+Dir::State::status "$stage/apt/status";
+Dir::Cache "$stage/apt/cache";
+Dir::Etc::SourceList "$stage/apt/sources.list";
+Dir::Etc::SourceParts "-";
+APT::Sandbox::User "root";
+Acquire::Languages "none";
+CONF
+    say "reading Debian's package lists"
+    quietly "apt-get update for $debian_suite" env APT_CONFIG="$stage/apt/apt.conf" apt-get -o APT::Update::Error-Mode=any update
+}
+
+# unpack_debian NAME=VERSION FOLDER: downloads (apt verifies it against the signed lists) and unpacks. When the mirror
+# has moved on to another revision of the same upstream version, that one is taken and named.
+unpack_debian() {
+    local name="${1%%=*}" version="${1#*=}" into="$2" offered
+    prepare_apt
+    offered=$(APT_CONFIG="$stage/apt/apt.conf" apt-cache madison "$name" | awk '{print $3}')
+    if ! grep -qxF "$version" <<<"$offered"; then
+        local other
+        other=$(awk -v want="${version%-*}" '{up = $0; sub(/-[^-]*$/, "", up); if (up == want) {print; exit}}' <<<"$offered")
+        [ -n "$other" ] || fail "Debian no longer offers $name ${version%-*} (offered: ${offered:-nothing}); the pin in scripts/setup.sh needs an update"
+        say "$name $version is gone from the mirror, taking $other"
+        version="$other"
+    fi
+    say "downloading $name $version"
+    mkdir -p "$stage/deb" "$into"
+    (cd "$stage/deb" && quietly "download of $name $version" env APT_CONFIG="$stage/apt/apt.conf" apt-get download "$name=$version")
+    quietly "unpacking $name" dpkg-deb -x "$stage/deb/${name}"_*.deb "$into"
+}
+
+# unpack_npm NAME@VERSION SHA512 FOLDER: downloads without running any script of the package, verifies, unpacks.
+unpack_npm() {
+    local package="$1" sha512="$2" into="$3" file
+    require npm "install Debian's npm package"
+    say "downloading $package"
+    mkdir -p "$stage/npm" "$into"
+    rm -f "$stage"/npm/*
+    (cd "$stage/npm" && quietly "download of $package" npm pack --silent --ignore-scripts "$package")
+    file=$(echo "$stage"/npm/*.tgz)
+    [ "$(sha512sum "$file" | cut -d' ' -f1)" = "$sha512" ] ||
+        fail "$package does not have the SHA-512 pinned in scripts/setup.sh; nothing of it was kept"
+    quietly "unpacking $package" tar -xzf "$file" -C "$into" --strip-components=1
+}
+
+setup_runtime() {
+    local pins="$runtime_npm $runtime_sha512 $runtime_headers" out="$stage/onnxruntime" arch
+    is_current onnxruntime "$pins" && return
+    case "$(uname -m)" in
+        x86_64) arch=x64 ;;
+        aarch64) arch=arm64 ;;
+        *) fail "no pinned ONNX Runtime for $(uname -m); install it and use plain CMake with CMAKE_PREFIX_PATH" ;;
+    esac
+    unpack_npm "$runtime_npm" "$runtime_sha512" "$stage/runtime"
+    unpack_debian "$runtime_headers" "$stage/runtime-headers"
+    mkdir -p "$out/lib"
+    cp -r "$stage/runtime-headers/usr/include" "$out/include"
+    cp "$stage/runtime/bin/napi-v3/linux/$arch"/libonnxruntime.so.1.21.0 "$out/lib/"
+    cp "$stage/runtime/bin/napi-v3/linux/$arch"/libonnxruntime_providers_*.so "$out/lib/" 2>/dev/null || true
+    ln -s libonnxruntime.so.1.21.0 "$out/lib/libonnxruntime.so.1"
+    ln -s libonnxruntime.so.1 "$out/lib/libonnxruntime.so"
+    publish onnxruntime "$pins"
+}
+
+setup_pffft() {
+    local pins="$pffft_npm $pffft_sha512"
+    is_current pffft "$pins" && return
+    unpack_npm "$pffft_npm" "$pffft_sha512" "$stage/pffft"
+    publish pffft "$pins"
+}
+
+setup_headers() {
+    local pins="${header_packages[*]}" package
+    is_current headers "$pins" && return
+    for package in "${header_packages[@]}"; do unpack_debian "$package" "$stage/headers-root"; done
+    mv "$stage/headers-root/usr" "$stage/headers"
+    publish headers "$pins"
+}
+
+setup_songs() {
+    is_current songs "$songs_package" && return
+    unpack_debian "$songs_package" "$stage/songs-root"
+    mv "$stage/songs-root/usr/share/games/fretsonfire/data/songs" "$stage/songs"
+    cp -r "$stage/songs-root/usr/share/doc" "$stage/songs/doc"
+    publish songs "$songs_package"
+}
+
+mkdir -p "$deps" || fail "cannot write $deps"
+stage=$(mktemp -d "$deps/stage.XXXXXX") || fail "cannot write $deps"
+case "${1:-build}" in
+    build) install_system_packages; setup_runtime; setup_pffft; setup_headers ;;
+    songs) setup_songs ;;
+    *) fail "unknown part '$1': use 'songs' or nothing" ;;
+esac

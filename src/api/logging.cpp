@@ -1,0 +1,25 @@
+#include "api/logging.h"
+
+#include <plog/Appenders/ConsoleAppender.h>
+#include <plog/Formatters/TxtFormatter.h>
+#include <plog/Log.h>
+
+#include <memory>
+
+namespace {
+
+using Appender = plog::ConsoleAppender<plog::TxtFormatter>;
+using Logger = plog::Logger<PLOG_DEFAULT_INSTANCE_ID>;
+
+// In this order, so that the logger goes before what it writes to.
+std::unique_ptr<Appender> g_appender;
+std::unique_ptr<Logger> g_logger;
+
+}  // namespace
+
+void setUpLogging() {
+    if (plog::get<PLOG_DEFAULT_INSTANCE_ID>()) return;
+    g_appender = std::make_unique<Appender>(plog::streamStdOut);
+    g_logger = std::make_unique<Logger>(plog::info);
+    g_logger->addAppender(g_appender.get());
+}

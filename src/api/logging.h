@@ -1,0 +1,7 @@
+/// @file
+/// The library's console log.
+#pragma once
+
+/// Installs the console logger (standard output, severity info) unless the process has a default plog logger already:
+/// an earlier one of ours, or the host's own.
+void setUpLogging();

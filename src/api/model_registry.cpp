@@ -1,0 +1,51 @@
+#include "api/model_registry.h"
+
+#include <utility>
+#include <vector>
+
+#include "api/logging.h"
+#include "inference/inference_onnx.h"
+#include "tavrin/tavrin_proc.h"
+
+std::map<std::string, std::shared_ptr<IInference>> inferenceInstances;
+
+namespace {
+
+// The registry loads with the default order of execution providers.
+constexpr const char* kDefaultProvider = "";
+
+std::shared_ptr<IInference> load(const tavrin::ModelData& model) {
+    if (!model.key || model.key->empty()) return InferenceONNX::create(model.data, model.size, kDefaultProvider);
+    const std::string& key = *model.key;
+    std::vector<std::uint8_t> plain(model.size);
+    for (size_t i = 0; i < plain.size(); ++i)
+        plain[i] = static_cast<std::uint8_t>(model.data[i] ^ static_cast<std::uint8_t>(key[i % key.size()]));
+    return InferenceONNX::create(plain.empty() ? nullptr : plain.data(), plain.size(), kDefaultProvider);
+}
+
+}  // namespace
+
+bool tavrin::initializeModel(const std::string& tag, const ModelData& model) try {
+    setUpLogging();
+    std::shared_ptr<IInference> inference = load(model);  // before the map is touched: a failure leaves it as it was
+    inferenceInstances[tag] = std::move(inference);
+    return true;
+} catch (...) {
+    return false;  // the back-end has logged why
+}
+
+bool tavrin::deinitializeModel(const std::string& tag) try {
+    inferenceInstances.erase(tag);
+    return true;
+} catch (...) {
+    return false;
+}
+
+bool tavrin::deinitializeAllModels() {
+    inferenceInstances.clear();
+    return true;
+}
+
+bool tavrin::isModelInitialized(const std::string& tag) {
+    return inferenceInstances.find(tag) != inferenceInstances.end();
+}

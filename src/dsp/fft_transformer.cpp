@@ -1,0 +1,84 @@
+#include "dsp/fft_transformer.h"
+
+#include <pffft.h>
+
+#include <algorithm>
+#include <limits>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+constexpr size_t kPadding = 2;
+
+// What PFFFT's real transform can do, tested here because the library itself would stop the process.
+size_t requireTransformLength(size_t length) {
+    constexpr auto kLongest = static_cast<size_t>(std::numeric_limits<int>::max());
+    size_t rest = length;
+    if (length % 32 == 0 && length > 0 && length <= kLongest)
+        for (const size_t factor : {2U, 3U, 5U})
+            while (rest % factor == 0) rest /= factor;
+    if (rest != 1)
+        throw std::invalid_argument("FFT of length " + std::to_string(length) +
+                                    ": it must be a positive multiple of 32 without prime factors above 5");
+    return length;
+}
+
+}  // namespace
+
+IFFTTransformer::~IFFTTransformer() = default;
+
+void PFFFTTransformer::SetupDeleter::operator()(PFFFT_Setup* setup) const noexcept { pffft_destroy_setup(setup); }
+
+void PFFFTTransformer::RowDeleter::operator()(float* row) const noexcept { pffft_aligned_free(row); }
+
+PFFFTTransformer::Row PFFFTTransformer::makeRow(size_t length) {
+    Row row(static_cast<float*>(pffft_aligned_malloc(length * sizeof(float))));
+    if (!row) throw std::bad_alloc();
+    std::fill_n(row.get(), length, 0.0f);
+    return row;
+}
+
+PFFFTTransformer::PFFFTTransformer(size_t N, bool padded)
+    : _setup(pffft_new_setup(static_cast<int>(requireTransformLength(N)), PFFFT_REAL)),
+      _input(makeRow(N + kPadding)),
+      _output(makeRow(N + kPadding)),
+      _padded(padded),
+      _size(N) {
+    if (!_setup) throw std::bad_alloc();
+}
+
+PFFFTTransformer::~PFFFTTransformer() = default;
+
+xt::xtensor<float, 2> PFFFTTransformer::forward(const xt::xtensor<float, 2>& input) { return transform(input, false); }
+
+xt::xtensor<float, 2> PFFFTTransformer::backward(const xt::xtensor<float, 2>& input) { return transform(input, true); }
+
+xt::xtensor<float, 2> PFFFTTransformer::transform(const xt::xtensor<float, 2>& input, bool inverse) {
+    const size_t rows = input.shape(0);
+    const size_t spectrumLength = _padded ? _size + kPadding : _size;
+    const size_t inputLength = inverse ? spectrumLength : _size;
+    const size_t outputLength = inverse ? _size : spectrumLength;
+    if (rows > 0 && input.shape(1) != inputLength)
+        throw std::invalid_argument("FFT row of " + std::to_string(input.shape(1)) + " values: this transform takes " +
+                                    std::to_string(inputLength));
+
+    auto result = xt::xtensor<float, 2>::from_shape({rows, outputLength});
+    const float scale = inverse ? 1.0f / static_cast<float>(outputLength) : 1.0f;
+    for (size_t r = 0; r < rows; ++r) {
+        std::copy_n(input.data() + r * inputLength, _size, staging());
+        const float* transformed = transformStaged(inverse);
+        float* out = result.data() + r * outputLength;
+        for (size_t i = 0; i < _size; ++i) out[i] = transformed[i] * scale;
+        std::fill(out + _size, out + outputLength, 0.0f);
+    }
+    return result;
+}
+
+const float* PFFFTTransformer::transformStaged(bool inverse) {
+    float* output = _output.get();
+    pffft_transform_ordered(_setup.get(), _input.get(), output, nullptr, inverse ? PFFFT_BACKWARD : PFFFT_FORWARD);
+    if (!inverse) output[1] = 0.0f;
+    return output;
+}

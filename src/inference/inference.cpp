@@ -1,0 +1,4 @@
+#include "inference/inference.h"
+
+// Here, so that type information has one home and casts work across library borders.
+IInference::~IInference() = default;

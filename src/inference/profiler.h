@@ -1,0 +1,21 @@
+/// @file
+/// A scoped timer.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "tavrin/export.h"
+
+/// Logs, at info, how long its scope took: "[Profiler] NAME took: N µs".
+class TAVRIN_EXPORT Profiler {
+public:
+    explicit Profiler(std::string name);
+    ~Profiler();
+    Profiler(const Profiler&) = delete;
+    Profiler& operator=(const Profiler&) = delete;
+
+private:
+    std::string _name;
+    std::chrono::time_point<std::chrono::steady_clock, std::chrono::nanoseconds> _start;
+};

@@ -1,0 +1,163 @@
+#include "pipeline/post_processor.h"
+
+#include <algorithm>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "support/index_range.h"
+#include "support/log.h"
+
+namespace {
+
+// The signatures as one particular compiler spells them, so that the log is the same with every other.
+constexpr const char* kShiftRow =
+    "void shiftArray(T &, size_t) [T = xt::xtensor_container<xt::uvector<float, xsimd::aligned_allocator<float>>, 1, "
+    "xt::layout_type::row_major>]";
+constexpr const char* kShiftRows =
+    "void shiftArray(T &, size_t) [T = xt::xtensor_container<xt::uvector<float, xsimd::aligned_allocator<float>>, 2, "
+    "xt::layout_type::row_major>]";
+
+// Divides where the norm is safely above zero. No float lies between the smallest normal one and the threshold
+// 1.1754944e-38, so comparing with the former is the same.
+void divideByNorm(float* values, const float* norm, size_t n) {
+    for (size_t j = 0; j < n; ++j)
+        values[j] = norm[j] > std::numeric_limits<float>::min() ? values[j] / norm[j] : values[j];
+}
+
+}  // namespace
+
+PostProcessor::PostProcessor(size_t channels, size_t fftSize, size_t hopSize, xt::xtensor<float, 1> window)
+    : _fft(fftSize, false),
+      _fftSize(fftSize),
+      _hopSize(hopSize),
+      _window(std::move(window)),
+      _windowSquared(_window),
+      _outputBuffer(xt::xtensor<float, 2>::from_shape({channels, fftSize})),
+      _windowSum(xt::xtensor<float, 1>::from_shape({fftSize})) {
+    if (_window.size() != fftSize)
+        throw xt::broadcast_error(("PostProcessor: a window of " + std::to_string(_window.size()) +
+                                   " coefficients for frames of " + std::to_string(fftSize) + " samples")
+                                      .c_str());
+    for (float& w : _windowSquared) w *= w;
+    _outputBuffer.fill(0.0f);
+    _windowSum.fill(0.0f);
+}
+
+xt::xarray<float> PostProcessor::process(xt::xarray<float> spectrum) {
+    if (spectrum.dimension() == 2) return processFrame(std::move(spectrum));
+    if (spectrum.dimension() != 3)
+        throw std::invalid_argument("PostProcessor: spectra of rank " + std::to_string(spectrum.dimension()) +
+                                    "; they must be [channels, length] or [channels, length, frames]");
+    const size_t rows = spectrum.shape(0);
+    const size_t length = spectrum.shape(1);
+    const size_t frames = spectrum.shape(2);
+    const size_t channels = _outputBuffer.shape(0);
+    if (frames > 0 && channels != 2)
+        throw xt::concatenate_error("PostProcessor: several frames at once need two channels");
+
+    auto result = xt::xarray<float>::from_shape({2, frames * emitted()});
+    auto frame = xt::xtensor<float, 2>::from_shape({rows, length});
+    for (size_t f = 0; f < frames; ++f) {
+        for (size_t i = 0; i < rows * length; ++i) frame.data()[i] = spectrum.data()[i * frames + f];
+        const xt::xarray<float> block = processFrame(frame);
+        for (size_t c = 0; c < channels; ++c)
+            std::copy_n(block.data() + c * emitted(), emitted(), result.data() + c * result.shape(1) + f * emitted());
+    }
+    return result;
+}
+
+xt::xarray<float> PostProcessor::processFrame(xt::xtensor<float, 2> frame) {
+    const size_t channels = _outputBuffer.shape(0);
+    if (frame.shape(0) != channels && frame.shape(0) != 1)
+        throw xt::broadcast_error(("PostProcessor: a frame of " + std::to_string(frame.shape(0)) + " rows for " +
+                                   std::to_string(channels) + " channels")
+                                      .c_str());
+    const xt::xtensor<float, 2> time = _fft.backward(frame);
+    for (size_t c = 0; c < channels; ++c) overlapAdd(c, time.data() + (frame.shape(0) == 1 ? 0 : c * _fftSize), 1.0f);
+    auto out = xt::xarray<float>::from_shape({channels, emitted()});
+    finishHop(out.data(), emitted());
+    return out;
+}
+
+xt::xarray<float> PostProcessor::flush() {
+    const auto end = static_cast<ptrdiff_t>(_fftSize) - static_cast<ptrdiff_t>(_hopSize);
+    const size_t pending = clampRange(0, end, _fftSize).count();
+    const size_t channels = _outputBuffer.shape(0);
+    auto out = xt::xarray<float>::from_shape({channels, pending});
+    for (size_t c = 0; c < channels; ++c) {
+        float* row = out.data() + c * pending;
+        std::copy_n(_outputBuffer.data() + c * _fftSize, pending, row);
+        divideByNorm(row, _windowSum.data(), pending);
+    }
+    return out;
+}
+
+void PostProcessor::synthesise(const float* planes, size_t planeStride, float* out, size_t outStride) {
+    const float scale = 1.0f / static_cast<float>(_fftSize);
+    for (size_t c = 0; c < _outputBuffer.shape(0); ++c) {
+        const float* real = planes + 2 * c * planeStride;
+        const float* imaginary = real + planeStride;
+        float* spectrum = _fft.staging();
+        for (size_t k = 0; k < _fftSize / 2; ++k) {
+            spectrum[2 * k] = real[k];
+            spectrum[2 * k + 1] = imaginary[k];
+        }
+        overlapAdd(c, _fft.transformStaged(true), scale);
+    }
+    finishHop(out, outStride);
+}
+
+// acc[i] += w[i] · (scale · x[i]), one frame of one channel.
+void PostProcessor::overlapAdd(size_t channel, const float* time, float scale) {
+    const float* window = _window.data();
+    float* accumulator = _outputBuffer.data() + channel * _fftSize;
+    for (size_t i = 0; i < _fftSize; ++i) accumulator[i] += window[i] * (scale * time[i]);
+}
+
+// Emits the columns that no later frame reaches, and slides the accumulators on.
+void PostProcessor::finishHop(float* out, size_t outStride) {
+    float* windowSum = _windowSum.data();
+    for (size_t i = 0; i < _fftSize; ++i) windowSum[i] += _windowSquared.data()[i];
+    for (size_t c = 0; c < _outputBuffer.shape(0); ++c) {
+        float* row = out + c * outStride;
+        std::copy_n(_outputBuffer.data() + c * _fftSize, emitted(), row);
+        divideByNorm(row, windowSum, emitted());
+    }
+    shiftArray(_outputBuffer, _hopSize);
+    shiftArray(_windowSum, _hopSize);
+}
+
+size_t PostProcessor::emitted() const { return std::min(_hopSize, _fftSize); }
+
+template <class T>
+void shiftArray(T& array, size_t step) {
+    const size_t rank = array.dimension();
+    const size_t length = array.shape(rank - 1);
+    [[maybe_unused]] const char* function = rank == 1 ? kShiftRow : kShiftRows;
+    TAVRIN_LOG(plog::verbose, function) << "shiftArray called with step: " << step << ", input dimension: " << rank
+                                        << ", input length: " << length;
+    if (length <= step) {
+        TAVRIN_LOG(plog::verbose, function) << "Shift step >= input size, filling with zeros";
+        array.fill(0.0f);
+        return;
+    }
+    for (float* row = array.data(); row != array.data() + array.size(); row += length) {
+        std::copy(row + step, row + length, row);
+        std::fill(row + length - step, row + length, 0.0f);
+    }
+}
+
+template <class T>
+void applyTiny(T& values, const T& norm) {
+    const size_t length = norm.size();
+    if (values.dimension() == 0 || values.shape(values.dimension() - 1) != length)
+        throw xt::broadcast_error("applyTiny: one norm is needed for every column");
+    for (float* row = values.data(); length > 0 && row != values.data() + values.size(); row += length)
+        divideByNorm(row, norm.data(), length);
+}
+
+template void shiftArray(xt::xtensor<float, 1>& array, size_t step);
+template void shiftArray(xt::xtensor<float, 2>& array, size_t step);
+template void applyTiny(xt::xarray<float>& values, const xt::xarray<float>& norm);

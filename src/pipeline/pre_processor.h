@@ -1,0 +1,92 @@
+/// @file
+/// Analysis: from audio blocks through the model to spectra.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "dsp/fft_transformer.h"
+#include "inference/inference.h"
+#include "support/audio_view.h"
+#include "support/index_range.h"
+#include "support/tensor.h"
+#include "tavrin/export.h"
+
+/// Frames, windows and transforms blocks of audio, calls the model on the newest `frames` frames, and gives back the
+/// frames that are final.
+///
+/// The model's input tensor, [2·channels, frames, fftSize / 2] with the real and the imaginary plane of each channel,
+/// persists: it keeps the newest frames of earlier calls, oldest first. The Nyquist bin has no place in it. With
+/// `trimEdges` a frame is returned only when the model has seen a neighbour on each side: the newest frame of a call is
+/// withheld until the next one.
+///
+/// One object serves one stream; nothing resets it. Threads: one at a time.
+class TAVRIN_EXPORT PreProcessor {
+public:
+    /// @param channels audio channels.
+    /// @param fftSize frame length in samples, a length that PFFFTTransformer takes.
+    /// @param hopSize samples between the starts of consecutive frames, at least 1.
+    /// @param window fftSize analysis coefficients.
+    /// @param inference the model.
+    /// @param frames frames per model call.
+    /// @param trimEdges whether to withhold frames at the edges of a call.
+    /// @param outputCount number of the model's output tensors, each like the input.
+    /// @throws std::invalid_argument for a length that cannot be transformed or a window of another length.
+    PreProcessor(size_t channels, size_t fftSize, size_t hopSize, xt::xarray<float> window,
+                 std::shared_ptr<IInference> inference, size_t frames, bool trimEdges, size_t outputCount);
+
+    /// Analyses a block and runs the model once.
+    ///
+    /// Frames are aligned to the block's end: when its length minus fftSize is not a multiple of the hop, its first
+    /// samples belong to no frame.
+    ///
+    /// @param signal [channels, samples]: at least fftSize and at most needData() samples.
+    /// @param eof true for the stream's last block: the newest frame is not withheld.
+    /// @return [outputs, channels, n · fftSize], the ordered spectra of n frames after one another; the rank-0 tensor
+    ///         when the model call reports failure.
+    /// @throws std::invalid_argument for a block of another shape or with more new frames than a model call has, before
+    ///         anything has changed; what the model call throws.
+    xt::xarray<float> process(xt::xarray<float> signal, bool eof);
+
+    /// The samples that the next block should have: fftSize + (frames - 1)·hopSize at first, after a call with edge
+    /// trimming two hops less, because two frames of context are kept.
+    size_t needData() const;
+
+    /// The frames behind the last ones returned; with any real geometry [outputs, channels, 0]. Changes nothing.
+    xt::xarray<float> flush();
+
+    /// New frames that a block of `samples` samples brings.
+    size_t newFrames(size_t samples) const { return (samples - _fftSize) / _hopSize + 1; }
+
+    /// process() without the copies: the final frames stay where the model wrote them.
+    /// @return the frame slots of modelOutput() that are final; nothing when the model call reports failure.
+    std::optional<IndexRange> analyse(const AudioView& signal, bool eof);
+
+    /// Output `index` of the last model call, [2·channels, frames, fftSize / 2].
+    const xt::xarray<float>& modelOutput(size_t index) const { return _outputs[index]; }
+
+private:
+    void requireBlock(const AudioView& signal) const;
+    void ageSpectrum(size_t newFrames);
+    void writeFrame(const AudioView& signal, size_t firstSample, size_t slot);
+    bool runModel();
+    IndexRange finalFrames(size_t newFrames, bool eof);
+    xt::xarray<float> spectra(const IndexRange& positions) const;
+
+    size_t _channels;
+    size_t _fftSize;
+    size_t _hopSize;
+    size_t _outputCount;
+    xt::xarray<float> _window;
+    std::shared_ptr<IInference> _inference;
+    PFFFTTransformer _fft;
+    size_t _frames;
+    bool _trimEdges;
+    size_t _contextFrames = 0;
+    xt::xarray<float> _spectrum;
+    xt::xarray<float> _pendingTail;
+    bool _firstCall = true;
+    std::vector<xt::xarray<float>> _outputs;
+};
