@@ -1,9 +1,9 @@
 #include "api/model_registry.h"
 
 #include <utility>
-#include <vector>
 
 #include "api/logging.h"
+#include "api/plain_bytes.h"
 #include "inference/inference_onnx.h"
 #include "tavrin/tavrin_proc.h"
 
@@ -15,12 +15,8 @@ namespace {
 constexpr const char* kDefaultProvider = "";
 
 std::shared_ptr<IInference> load(const tavrin::ModelData& model) {
-    if (!model.key || model.key->empty()) return InferenceONNX::create(model.data, model.size, kDefaultProvider);
-    const std::string& key = *model.key;
-    std::vector<std::uint8_t> plain(model.size);
-    for (size_t i = 0; i < plain.size(); ++i)
-        plain[i] = static_cast<std::uint8_t>(model.data[i] ^ static_cast<std::uint8_t>(key[i % key.size()]));
-    return InferenceONNX::create(plain.empty() ? nullptr : plain.data(), plain.size(), kDefaultProvider);
+    return withPlainBytes(
+        model, [](const void* data, size_t size) { return InferenceONNX::create(data, size, kDefaultProvider); });
 }
 
 }  // namespace

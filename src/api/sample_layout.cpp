@@ -24,3 +24,19 @@ void writeStereo(const float* left, const float* right, size_t n, bool interleav
         out[2 * i + 1] = right[i];
     }
 }
+
+void StereoRows::append(const xt::xarray<float>& block) {
+    const size_t columns = block.shape(1);
+    for (size_t c = 0; c < _rows.size(); ++c)
+        _rows[c].insert(_rows[c].end(), block.data() + c * columns, block.data() + (c + 1) * columns);
+}
+
+void StereoRows::extend(size_t n) {
+    for (std::vector<float>& row : _rows) row.resize(n, 0.0f);
+}
+
+std::vector<float> StereoRows::flatten(bool interleaved) const {
+    std::vector<float> out(2 * samples());
+    writeStereo(_rows[0].data(), _rows[1].data(), samples(), interleaved, out.data());
+    return out;
+}

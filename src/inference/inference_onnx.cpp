@@ -10,6 +10,7 @@
 #include "inference/profiler.h"
 #include "inference/provider_selection.h"
 #include "inference/run_failure.h"
+#include "inference/runtime.h"
 #include "inference/session_signature.h"
 #include "support/log.h"
 
@@ -20,26 +21,11 @@ constexpr const char* kConstructor =
 constexpr const char* kRun =
     "virtual bool (anonymous namespace)::InferenceONNXImpl::run(const float *, std::vector<float *>, const Shape &)";
 
-// An environment with the given log severity, made only after the runtime was found fit.
-Ort::Env makeEnvironment(OrtLoggingLevel severity) {
-    requireRuntime();
-    return Ort::Env(severity, "");
-}
-
-size_t byteSize(const Shape& shape) { return shape.batch * shape.channels * shape.frames * shape.bins * sizeof(float); }
-
-// Wraps caller memory; the runtime reads or writes it in place.
-Ort::Value wrapFloats(const Ort::MemoryInfo& memory, float* data, size_t bytes,
-                      const std::vector<int64_t>& dimensions) {
-    return Ort::Value::CreateTensor(memory, data, bytes, dimensions.data(), dimensions.size(),
-                                    ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT);
-}
-
 /// A model with one input and one output. Does not change after construction.
 class InferenceONNXImpl : public IInference, public IDescribedModel {
 public:
     InferenceONNXImpl(const void* data, size_t size, const std::string& provider)
-        : _env(makeEnvironment(ORT_LOGGING_LEVEL_WARNING)) {
+        : _env(makeEnvironment(RuntimeLog::warning)) {
         try {
             _session = createSession(_env, data, size, provider, {kConstructor, appendCoreMLByFunction});
             const Ort::AllocatorWithDefaultOptions allocator;

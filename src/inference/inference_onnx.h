@@ -5,8 +5,10 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "inference/inference.h"
+#include "inference/stem_flags.h"
 #include "tavrin/export.h"
 
 namespace InferenceONNX {
@@ -23,5 +25,23 @@ namespace InferenceONNX {
 ///         Ort::Exception (a std::exception with the runtime's message) when the model cannot be loaded.
 /// Threads: not concurrently with readers of the process environment when the runtime offers QNN.
 TAVRIN_EXPORT std::shared_ptr<IInference> create(const void* data, size_t size, const std::string& provider);
+
+/// Builds a back-end for a multi-stem model: the inputs "unified_input", float [1, 4, 256, 2048], and one bool [1] flag
+/// per stem; one float output per stem. Its run() takes a buffer per output name, in that order, and returns silence
+/// for the stems that are switched off. It logs its time at warning.
+///
+/// @param inputNames not used by run(), which passes the seven inputs of the contract; may be empty.
+/// @param outputNames the outputs to fetch, in the order of run()'s buffers. Give them: when empty, the first output's
+///        name is taken once for every output of the model.
+/// @param data,size,provider as for create(). @throws as create().
+/// Threads: the flags and run() are one piece of state without a lock.
+TAVRIN_EXPORT std::shared_ptr<IInference> createMultiStem(const void* data, size_t size,
+                                                          const std::vector<std::string>& inputNames,
+                                                          const std::vector<std::string>& outputNames,
+                                                          const std::string& provider);
+
+/// Chooses the stems of the next run(); before the first call, none. Of each flag the lowest bit counts.
+/// @throws std::invalid_argument when `inference` was not made by createMultiStem().
+TAVRIN_EXPORT void setStemFlags(const std::shared_ptr<IInference>& inference, StemFlags flags);
 
 }  // namespace InferenceONNX

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <deque>
-#include <stdexcept>
 #include <unordered_map>
 #include <vector>
 
@@ -16,6 +15,8 @@
 #include <windows.h>
 #else
 #include <dlfcn.h>
+#include <pwd.h>
+#include <unistd.h>
 #endif
 
 namespace {
@@ -31,6 +32,14 @@ void setEnvironment(const char* name, const char* value) {
 #else
     setenv(name, value, 1);
 #endif
+}
+
+std::string homeFolder() {
+    if (const char* home = std::getenv("HOME")) return home;
+#if !defined(_WIN32)
+    if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir) return entry->pw_dir;
+#endif
+    return {};
 }
 
 // A function of the runtime that not every build of it exports; null when the loaded one does not.
@@ -82,12 +91,6 @@ std::deque<std::string> priorityList(const std::string& requested) {
 
 }  // namespace
 
-void requireRuntime() {
-    if (Ort::Global<void>::api_) return;
-    throw std::runtime_error(std::string("ONNX Runtime ") + OrtGetApiBase()->GetVersionString() +
-                             " is too old: this library needs 1." + std::to_string(ORT_API_VERSION) + " or newer");
-}
-
 std::unique_ptr<Ort::Session> createSession(Ort::Env& env, const void* data, size_t size, const std::string& provider,
                                             const ProviderSteps& steps) {
     TAVRIN_LOG(plog::info, steps.functionText) << "[INFERENCE_onnx] Create Inference ONNX";
@@ -132,5 +135,15 @@ bool appendCoreMLByFunction(Ort::SessionOptions& options, const char* functionTe
             << "[INFERENCE_onnx] Failed to append CoreML EP: " << (message ? message : "(null)");
         return false;
     }
+    return true;
+}
+
+bool appendCoreMLWithCache(Ort::SessionOptions& options, const char* /*functionText*/) {
+    const std::unordered_map<std::string, std::string> settings = {
+        {"ModelFormat", "MLProgram"},
+        {"MLComputeUnits", "ALL"},
+        {"EnableOnSubgraphs", "1"},
+        {"ModelCacheDirectory", homeFolder() + "/Library/Caches/TavrinModelCache"}};
+    options.AppendExecutionProvider("CoreML", settings);
     return true;
 }

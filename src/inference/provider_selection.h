@@ -13,10 +13,6 @@ struct Session;
 struct SessionOptions;
 }  // namespace Ort
 
-/// @throws std::runtime_error when the loaded runtime is older than the headers this library was built with. Ask it
-/// before the first call through the runtime's function table, which is null then.
-void requireRuntime();
-
 /// What a back-end wants done for its kind of model.
 struct ProviderSteps {
     const char* functionText;  ///< the function named in the log records of the walk
@@ -38,3 +34,6 @@ std::unique_ptr<Ort::Session> createSession(Ort::Env& env, const void* data, siz
 
 /// Appends CoreML through its own function, without flags, as single-output models want it.
 bool appendCoreMLByFunction(Ort::SessionOptions& options, const char* functionText);
+
+/// Appends CoreML by name, with compiled models cached below the user's home, as multi-stem models want it.
+bool appendCoreMLWithCache(Ort::SessionOptions& options, const char* functionText);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "dsp/window.h"
+#include "pipeline/block_forming.h"
 #include "support/audio_view.h"
 #include "support/check.h"
 #include "support/log.h"
@@ -40,34 +41,6 @@ void logPeak(const xt::xarray<float>& block) {
     if (peak > kLoudPeak) {
         TAVRIN_LOG(plog::info, kProcess) << "MAX2: [" << peak << "]";
     }
-}
-
-// separated ← block - separated, as far as both reach.
-void subtractFrom(const xt::xarray<float>& block, xt::xarray<float>& separated) {
-    const size_t columns = separated.shape(1);
-    if (columns > block.shape(1))
-        throw xt::broadcast_error("ChunkProcessor: more separated samples than the block has");
-    for (size_t c = 0; c < kOutputChannels; ++c) {
-        const float* input = block.data() + c * block.shape(1);
-        float* output = separated.data() + c * columns;
-        for (size_t i = 0; i < columns; ++i) output[i] = input[i] - output[i];
-    }
-}
-
-// The columns from `left` on of `block` continued by `tail` columns of zeros, without its last `right` columns.
-xt::xarray<float> trim(const xt::xarray<float>& block, size_t left, size_t tail, size_t right) {
-    const size_t columns = block.shape(1);
-    const size_t first = std::min(left, columns);
-    const size_t kept = columns - first + tail;
-    const size_t length = kept - std::min(right, kept);
-    const size_t copied = std::min(length, columns - first);
-    auto result = xt::xarray<float>::from_shape({kOutputChannels, length});
-    for (size_t c = 0; c < kOutputChannels; ++c) {
-        float* row = result.data() + c * length;
-        std::copy_n(block.data() + c * columns + first, copied, row);
-        std::fill(row + copied, row + length, 0.0f);
-    }
-    return result;
 }
 
 }  // namespace
@@ -124,14 +97,11 @@ xt::xarray<float> ChunkProcessor::process(xt::xarray<float> input, bool eof) {
                                       << frames->count() * _fftSize;
 
     xt::xarray<float> result = synthesise(*frames);
-    if (_subtractFromInput) subtractFrom(block, result);
+    if (_subtractFromInput) subtractFromBlock(block, result);
     const size_t left = std::exchange(_firstOutput, false) ? edges.left : 0;
-    if (eof) {
-        // The stream ends with silence in the place of the unfinished tail, which lies in the padding.
-        result = trim(result, left, _postproc->flush().shape(1), edges.right());
-    } else if (left > 0) {
-        result = trim(result, left, 0, 0);
-    }
+    // The stream ends with silence in the place of the unfinished tail, which lies in the padding.
+    const size_t tail = eof ? _postproc->flush().shape(1) : 0;
+    result = trimBlock(std::move(result), left, tail, edges.right());
     TAVRIN_LOG(plog::debug, kProcess) << "ChunkProcessor::process result shape: " << result.shape(0) << "x"
                                       << result.shape(1);
     return result;
@@ -164,9 +134,7 @@ xt::xarray<float> ChunkProcessor::takeBlock(bool eof) {
         TAVRIN_LOG(plog::debug, kProcess) << "Not enough data to process, returning empty";
         return {};
     }
-    const size_t needed = _preproc->needData();
-    const size_t wanted = _firstChunk ? needed - _fftSize : needed;
-    return _inputAggregator.get(std::min(wanted, _inputAggregator.length()), _fftSize);
+    return takeFullBlock(_inputAggregator, _preproc->needData(), _fftSize, _firstChunk);
 }
 
 // Overlap-adds the given frames of the model's output: [2, frames · hop].

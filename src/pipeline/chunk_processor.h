@@ -6,7 +6,6 @@
 #include <memory>
 
 #include "inference/inference.h"
-#include "pipeline/block_edges.h"
 #include "pipeline/buffer_aggregator.h"
 #include "pipeline/post_processor.h"
 #include "pipeline/pre_processor.h"

@@ -1,11 +1,11 @@
 #include "pipeline/post_processor.h"
 
 #include <algorithm>
-#include <limits>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
+#include "pipeline/overlap_add.h"
 #include "support/index_range.h"
 #include "support/log.h"
 
@@ -18,13 +18,6 @@ constexpr const char* kShiftRow =
 constexpr const char* kShiftRows =
     "void shiftArray(T &, size_t) [T = xt::xtensor_container<xt::uvector<float, xsimd::aligned_allocator<float>>, 2, "
     "xt::layout_type::row_major>]";
-
-// Divides where the norm is safely above zero. No float lies between the smallest normal one and the threshold
-// 1.1754944e-38, so comparing with the former is the same.
-void divideByNorm(float* values, const float* norm, size_t n) {
-    for (size_t j = 0; j < n; ++j)
-        values[j] = norm[j] > std::numeric_limits<float>::min() ? values[j] / norm[j] : values[j];
-}
 
 }  // namespace
 
@@ -75,7 +68,10 @@ xt::xarray<float> PostProcessor::processFrame(xt::xtensor<float, 2> frame) {
                                    std::to_string(channels) + " channels")
                                       .c_str());
     const xt::xtensor<float, 2> time = _fft.backward(frame);
-    for (size_t c = 0; c < channels; ++c) overlapAdd(c, time.data() + (frame.shape(0) == 1 ? 0 : c * _fftSize), 1.0f);
+    constexpr float kScaledAlready = 1.0f;
+    for (size_t c = 0; c < channels; ++c)
+        overlapAdd(_outputBuffer.data() + c * _fftSize, _window.data(),
+                   time.data() + (frame.shape(0) == 1 ? 0 : c * _fftSize), kScaledAlready, _fftSize);
     auto out = xt::xarray<float>::from_shape({channels, emitted()});
     finishHop(out.data(), emitted());
     return out;
@@ -98,22 +94,10 @@ void PostProcessor::synthesise(const float* planes, size_t planeStride, float* o
     const float scale = 1.0f / static_cast<float>(_fftSize);
     for (size_t c = 0; c < _outputBuffer.shape(0); ++c) {
         const float* real = planes + 2 * c * planeStride;
-        const float* imaginary = real + planeStride;
-        float* spectrum = _fft.staging();
-        for (size_t k = 0; k < _fftSize / 2; ++k) {
-            spectrum[2 * k] = real[k];
-            spectrum[2 * k + 1] = imaginary[k];
-        }
-        overlapAdd(c, _fft.transformStaged(true), scale);
+        const float* time = inverseOfPlanes(_fft, real, real + planeStride, _fftSize / 2);
+        overlapAdd(_outputBuffer.data() + c * _fftSize, _window.data(), time, scale, _fftSize);
     }
     finishHop(out, outStride);
-}
-
-// acc[i] += w[i] · (scale · x[i]), one frame of one channel.
-void PostProcessor::overlapAdd(size_t channel, const float* time, float scale) {
-    const float* window = _window.data();
-    float* accumulator = _outputBuffer.data() + channel * _fftSize;
-    for (size_t i = 0; i < _fftSize; ++i) accumulator[i] += window[i] * (scale * time[i]);
 }
 
 // Emits the columns that no later frame reaches, and slides the accumulators on.
@@ -143,10 +127,7 @@ void shiftArray(T& array, size_t step) {
         array.fill(0.0f);
         return;
     }
-    for (float* row = array.data(); row != array.data() + array.size(); row += length) {
-        std::copy(row + step, row + length, row);
-        std::fill(row + length - step, row + length, 0.0f);
-    }
+    for (float* row = array.data(); row != array.data() + array.size(); row += length) slide(row, length, step);
 }
 
 template <class T>

@@ -43,7 +43,6 @@ public:
     void synthesise(const float* planes, size_t planeStride, float* out, size_t outStride);
 
 private:
-    void overlapAdd(size_t channel, const float* time, float scale);
     void finishHop(float* out, size_t outStride);
     size_t emitted() const;
 

@@ -1,0 +1,40 @@
+#include "api/host_stream.h"
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "api/engine.h"
+#include "api/sample_layout.h"
+#include "inference/run_failure.h"
+
+namespace tavrin {
+
+HostStream::HostStream(bool interleaved)
+    : _interleaved(interleaved), _cutter(Geometry::kFrameLength, Geometry::kHop, Geometry::kFrames) {}
+
+void HostStream::process(const std::vector<float>& samples, bool last, const Engine& engine) {
+    if (_state == State::finished) throw std::logic_error("the stream has ended; reset() starts a new one");
+    if (_state == State::failed) throw std::logic_error("the stream has failed; reset() starts a new one");
+    const StereoSource source = stereoSource(samples, _interleaved);
+
+    const auto feed = [&engine](xt::xarray<float> block, bool eof, bool completesBlock) {
+        RunFailure::take();  // an earlier call's, which nobody asked for
+        const bool hasOutput = engine(std::move(block), eof, completesBlock);
+        // The engine takes a run that failed for silence; here silence would be taken for music.
+        if (const std::optional<std::string> failure = RunFailure::take())
+            throw std::runtime_error("the model run failed: " + *failure);
+        if (completesBlock && !hasOutput) throw std::runtime_error("the model run failed");
+    };
+    _state = State::failed;
+    _cutter.add(source.left, source.right, source.step, source.samples, feed);
+    if (last) _cutter.finish(feed);
+}
+
+void HostStream::reset() {
+    _cutter.reset();
+    _state = State::open;
+}
+
+}  // namespace tavrin

@@ -1,0 +1,167 @@
+#include "tavrin/multi_stem_separator.h"
+
+#include <mutex>
+#include <new>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+#include "api/engine.h"
+#include "api/host_stream.h"
+#include "api/logging.h"
+#include "api/plain_bytes.h"
+#include "api/sample_layout.h"
+#include "inference/inference_onnx.h"
+#include "inference/model_contract.h"
+#include "inference/runtime.h"
+#include "pipeline/multi_stem_processor.h"
+#include "pipeline/stream_cutter.h"
+
+namespace tavrin {
+
+namespace {
+
+static_assert(kStemCount == kStemNames.size());
+
+std::vector<bool> selection(const std::vector<Stem>& stems) {
+    std::vector<bool> wanted(kStemCount);
+    for (const Stem stem : stems) {
+        const auto index = static_cast<size_t>(stem);
+        if (index >= kStemCount) throw std::invalid_argument("there is no stem " + std::to_string(index));
+        wanted[index] = true;
+    }
+    return wanted;
+}
+
+std::vector<std::string> outputNames() {
+    std::vector<std::string> names;
+    for (const StemNames& stem : kStemNames) names.emplace_back(stem.output);
+    return names;
+}
+
+// The runtime's exceptions are of a type that hosts of this interface do not know.
+std::shared_ptr<IInference> load(const void* data, size_t size, const std::string& provider) try {
+    return InferenceONNX::createMultiStem(data, size, {}, outputNames(), provider);
+} catch (const std::bad_alloc&) {
+    throw;
+} catch (const std::exception& failure) {
+    throw std::runtime_error(failure.what());
+}
+
+}  // namespace
+
+class MultiStemModel::Impl {
+public:
+    Impl(const ModelData& model, const std::string& provider) {
+        setUpLogging();
+        _quietRuntime = holdQuietRuntime();
+        _inference =
+            withPlainBytes(model, [&provider](const void* data, size_t size) { return load(data, size, provider); });
+        requireMultiStemContract(*_inference);
+    }
+
+    // Flags and run are one piece of state, so that streams on several threads take turns.
+    bool run(const std::vector<bool>& wanted, const float* input, std::vector<float*> outputs, const Shape& shape) {
+        const std::lock_guard lock(_turn);
+        InferenceONNX::setStemFlags(_inference, {wanted[0], wanted[1], wanted[2], wanted[3], wanted[4], wanted[5]});
+        return _inference->run(input, std::move(outputs), shape);
+    }
+
+private:
+    std::shared_ptr<void> _quietRuntime;  // made before the back-end, whose own environment would be verbose
+    std::shared_ptr<IInference> _inference;
+    std::mutex _turn;
+};
+
+MultiStemModel::MultiStemModel(const ModelData& model, const std::string& provider)
+    : _impl(std::make_shared<Impl>(model, provider)) {}
+MultiStemModel::~MultiStemModel() = default;
+MultiStemModel::MultiStemModel(const MultiStemModel&) = default;
+MultiStemModel& MultiStemModel::operator=(const MultiStemModel&) = default;
+MultiStemModel::MultiStemModel(MultiStemModel&&) noexcept = default;
+MultiStemModel& MultiStemModel::operator=(MultiStemModel&&) noexcept = default;
+
+class MultiStemSeparator::Impl {
+public:
+    Impl(std::shared_ptr<MultiStemModel::Impl> model, const MultiStemConfig& config)
+        : _view(std::make_shared<StreamsView>(std::move(model), selection(config.stems))),
+          _wantRest(config.rest),
+          _interleaved(config.interleaved),
+          _stream(config.interleaved) {
+        reset();
+    }
+
+    void selectStems(const std::vector<Stem>& stems) { _view->wanted = selection(stems); }
+
+    SeparatedStems process(const std::vector<float>& samples, bool last) {
+        std::array<StereoRows, kStemCount> stems;
+        StereoRows rest;
+        size_t total = 0;
+        _stream.process(samples, last, [&](xt::xarray<float> block, bool eof, bool completesBlock) {
+            const std::optional<MultiStemProcessor::Output> output =
+                _engine->process(std::move(block), eof, completesBlock, _view->wanted);
+            if (!output) return false;
+            total += output->samples;
+            for (size_t s = 0; s < kStemCount; ++s)
+                if (output->stems[s].dimension() == 2) stems[s].append(output->stems[s]);
+            if (_wantRest) rest.append(output->rest);
+            return true;
+        });
+
+        SeparatedStems result;
+        for (size_t s = 0; s < kStemCount; ++s) {
+            // A stem that faded out in the first block of several is silent in the others.
+            if (stems[s].samples() > 0) stems[s].extend(total);
+            result.stems[s] = stems[s].flatten(_interleaved);
+        }
+        result.rest = rest.flatten(_interleaved);
+        _stream.succeed(last);
+        return result;
+    }
+
+    void reset() {
+        _engine = std::make_unique<MultiStemProcessor>(_view, kStemCount, Geometry::kFrameLength, Geometry::kHop,
+                                                       Geometry::kFrames, _wantRest);
+        _stream.reset();
+    }
+
+private:
+    /// The shared model as one stream sees it: with this stream's choice of stems.
+    struct StreamsView : IInference {
+        StreamsView(std::shared_ptr<MultiStemModel::Impl> shared, std::vector<bool> stems)
+            : model(std::move(shared)), wanted(std::move(stems)) {}
+
+        bool run(const float* input, std::vector<float*> outputs, const Shape& shape) override {
+            return model->run(wanted, input, std::move(outputs), shape);
+        }
+
+        std::shared_ptr<MultiStemModel::Impl> model;
+        std::vector<bool> wanted;
+    };
+
+    std::shared_ptr<StreamsView> _view;
+    bool _wantRest;
+    bool _interleaved;
+    std::unique_ptr<MultiStemProcessor> _engine;
+    HostStream _stream;
+};
+
+MultiStemSeparator::MultiStemSeparator(const MultiStemModel& model, MultiStemConfig config)
+    : _impl(std::make_unique<Impl>(model._impl, config)) {}
+MultiStemSeparator::~MultiStemSeparator() = default;
+MultiStemSeparator::MultiStemSeparator(MultiStemSeparator&&) noexcept = default;
+MultiStemSeparator& MultiStemSeparator::operator=(MultiStemSeparator&&) noexcept = default;
+
+void MultiStemSeparator::selectStems(const std::vector<Stem>& stems) { _impl->selectStems(stems); }
+
+SeparatedStems MultiStemSeparator::process(const std::vector<float>& samples) { return _impl->process(samples, false); }
+
+SeparatedStems MultiStemSeparator::finish() { return _impl->process({}, true); }
+
+void MultiStemSeparator::reset() { _impl->reset(); }
+
+std::size_t MultiStemSeparator::latency() noexcept {
+    return StreamCutter::latency(Geometry::kFrameLength, Geometry::kHop, Geometry::kFrames);
+}
+
+}  // namespace tavrin

@@ -1,0 +1,24 @@
+#include "inference/runtime.h"
+
+#include <onnxruntime_cxx_api.h>
+
+#include <stdexcept>
+#include <string>
+
+Ort::Env makeEnvironment(RuntimeLog severity) {
+    // Null when the runtime does not know the interface of our headers; no other call may go through it then.
+    if (!Ort::Global<void>::api_)
+        throw std::runtime_error(std::string("ONNX Runtime ") + OrtGetApiBase()->GetVersionString() +
+                                 " is too old: this library needs 1." + std::to_string(ORT_API_VERSION) + " or newer");
+    return {severity == RuntimeLog::verbose ? ORT_LOGGING_LEVEL_VERBOSE : ORT_LOGGING_LEVEL_WARNING, ""};
+}
+
+std::shared_ptr<void> holdQuietRuntime() { return std::make_shared<Ort::Env>(makeEnvironment(RuntimeLog::warning)); }
+
+size_t byteSize(const Shape& shape) { return shape.batch * shape.channels * shape.frames * shape.bins * sizeof(float); }
+
+Ort::Value wrapFloats(const Ort::MemoryInfo& memory, float* data, size_t bytes,
+                      const std::vector<std::int64_t>& dimensions) {
+    return Ort::Value::CreateTensor(memory, data, bytes, dimensions.data(), dimensions.size(),
+                                    ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT);
+}

@@ -1,0 +1,35 @@
+/// @file
+/// What the ONNX Runtime back-ends share when they call the runtime.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "inference/inference.h"
+
+// The runtime's headers stay in this folder's sources.
+namespace Ort {
+struct Env;
+struct MemoryInfo;
+struct Value;
+}  // namespace Ort
+
+/// The runtime's own log severity. It belongs to the process: the first live environment wins.
+enum class RuntimeLog { verbose, warning };
+
+/// Makes an environment with an empty log identifier.
+/// @throws std::runtime_error when the loaded runtime is older than the headers this library was built with;
+///         Ort::Exception.
+Ort::Env makeEnvironment(RuntimeLog severity);
+
+/// Keeps a warning-level environment alive, so that a back-end that asks for the verbose one does not flood the host.
+std::shared_ptr<void> holdQuietRuntime();
+
+/// Bytes of a float tensor of these extents.
+size_t byteSize(const Shape& shape);
+
+/// Wraps caller memory, which the runtime then reads or writes in place. @throws Ort::Exception when it is too small.
+Ort::Value wrapFloats(const Ort::MemoryInfo& memory, float* data, size_t bytes,
+                      const std::vector<std::int64_t>& dimensions);
