@@ -1,0 +1,76 @@
+#include "options.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <system_error>
+#include <vector>
+
+#include "failure.h"
+
+namespace tavrin::tool {
+
+namespace {
+
+constexpr const char* description =
+    "Separates a song into the part that a model takes out of it and the rest. Stem + rest is the song, sample by "
+    "sample.";
+
+constexpr const char* footer =
+    "Example:\n"
+    "  tavrin-separate \"My Song.mp3\" -o stems\n"
+    "writes stems/My Song/centre.wav (what both channels share: often vocals, bass and drums)\n"
+    "and stems/My Song/rest.wav. With --model FILE the stem is named after the model's file.\n\n"
+    "Exit codes: 0 done, 1 wrong usage, 2 song unreadable, 3 model unusable, 4 write failed, 130 interrupted.";
+
+// The model beside an installed program, otherwise the one of the source tree that this program was built from.
+std::filesystem::path bundledModel() {
+    std::error_code none;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", none);
+    std::filesystem::path installed = (program.parent_path() / "../share/tavrin/models/centre.onnx").lexically_normal();
+    if (!program.empty() && std::filesystem::exists(installed, none)) return installed;
+    return std::filesystem::path(TAVRIN_MODELS) / "centre.onnx";
+}
+
+}  // namespace
+
+Options parseOptions(int argc, const char* const* argv) {
+    Options options;
+    std::string only;
+    std::string format = options.format.name;
+    std::vector<std::string> formats;
+    for (const OutputFormat& known : outputFormats) formats.emplace_back(known.name);
+
+    CLI::App app(description, "tavrin-separate");
+    app.footer(footer);
+    app.set_version_flag("--version", "tavrin-separate " TAVRIN_VERSION, "Print the version and exit");
+    app.add_option("SONG", options.song, "WAV, FLAC, OGG or MP3 file, mono or stereo")->required();
+    app.add_option("-o,--output", options.folder, "Results go to FOLDER/<song>/ (default: the current folder)")
+        ->type_name("FOLDER");
+    app.add_option("--model", options.model, "ONNX model (default: the bundled centre model)")->type_name("FILE");
+    app.add_option("--key", options.key, "Key of a scrambled model")->type_name("TEXT");
+    app.add_option("--only", only, "Write this part alone")->check(CLI::IsMember({"stem", "rest"}));
+    app.add_option("--format", format, "Format of the results (default: wav-float)")->check(CLI::IsMember(formats));
+    bool quiet = false;
+    bool verbose = false;
+    CLI::Option* quietFlag = app.add_flag("--quiet", quiet, "Say nothing but errors");
+    app.add_flag("--verbose", verbose, "Say what the library does, too")->excludes(quietFlag);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& helpOrVersion) {
+        std::exit(app.exit(helpOrVersion));
+    } catch (const CLI::ParseError& error) {
+        throw Failure(ExitCode::wrongUsage, std::string(error.what()) + "; tavrin-separate --help shows the usage");
+    }
+
+    if (options.model.empty()) options.model = bundledModel();
+    options.wantStem = only != "rest";
+    options.wantRest = only != "stem";
+    for (const OutputFormat& known : outputFormats) {
+        if (format == known.name) options.format = known;
+    }
+    if (quiet) options.verbosity = Verbosity::quiet;
+    if (verbose) options.verbosity = Verbosity::verbose;
+    return options;
+}
+
+}  // namespace tavrin::tool
