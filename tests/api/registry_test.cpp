@@ -1,0 +1,63 @@
+#include <gtest/gtest.h>
+
+#include "api/model_registry.h"
+#include "models/model_bytes.h"
+#include "support/log_capture.h"
+#include "tavrin/tavrin_proc.h"
+
+namespace {
+
+bool load(const std::vector<std::uint8_t>& bytes, const std::string& key) {
+    return tavrin::initializeModel("tag", {bytes.data(), bytes.size(), &key});
+}
+
+std::vector<std::uint8_t> model(const std::string& key) {
+    auto bytes = modelBytes("small.onnx");
+    for (size_t i = 0; i < bytes.size() && !key.empty(); ++i)
+        bytes[i] ^= static_cast<std::uint8_t>(key[i % key.size()]);
+    return bytes;
+}
+
+}  // namespace
+
+TEST(ModelRegistry, loadsPlainAndScrambledModelsAndForgetsThem) {
+    LogCapture hostsOwn;
+    for (const std::string key : {"", "k", "sevenly"}) {
+        EXPECT_TRUE(load(model(key), key) && tavrin::isModelInitialized("tag"));
+        EXPECT_TRUE(tavrin::deinitializeModel("tag") && !tavrin::isModelInitialized("tag"));
+    }
+    EXPECT_FALSE(hostsOwn.lines.empty()) << "another logger has taken its place";
+    EXPECT_TRUE(tavrin::deinitializeModel("never loaded"));
+    const auto bytes = model("");
+    EXPECT_TRUE(tavrin::initializeModel("null key", {bytes.data(), bytes.size(), nullptr}));
+    EXPECT_TRUE(tavrin::deinitializeAllModels() && inferenceInstances.empty());
+}
+
+TEST(ModelRegistry, keepsTheOldModelWhenALoadFailsAndLeavesItToItsUsersWhenOneSucceeds) {
+    const LogCapture hostsOwn;
+    ASSERT_TRUE(load(model(""), ""));
+    const std::shared_ptr<IInference> old = inferenceInstances.at("tag");
+    const std::string key = "k";
+    auto truncated = model("");
+    truncated.resize(truncated.size() / 2);
+    EXPECT_FALSE(load(truncated, ""));
+    EXPECT_FALSE(load(model("sevenly"), "sevenlY"));
+    EXPECT_FALSE(load({}, "") || load({}, "k"));
+    EXPECT_FALSE(tavrin::initializeModel("tag", {truncated.data(), UINT64_MAX, &key}));
+    EXPECT_EQ(inferenceInstances.at("tag"), old);
+
+    ASSERT_TRUE(load(model(""), ""));
+    EXPECT_EQ(old.use_count(), 1);
+}
+
+TEST(ModelRegistryDeathTest, installsOneConsoleLoggerAtInfoWithTheFirstLoadEvenIfItFails) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto secondLoadPrintsOnce = [] {
+        const bool firstFailed = !plog::get() && !load({}, "") && plog::get()->getMaxSeverity() == plog::info;
+        testing::internal::CaptureStdout();
+        const bool loaded = load(model(""), "");
+        const std::string text = testing::internal::GetCapturedStdout(), line = "Create Inference ONNX\n";
+        return firstFailed && loaded && text.find(line) < text.size() && text.find(line) == text.rfind(line);
+    };
+    EXPECT_EXIT(std::exit(secondLoadPrintsOnce() ? 0 : 1), testing::ExitedWithCode(0), "");
+}

@@ -1,0 +1,80 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <complex>
+#include <numbers>
+#include <stdexcept>
+
+#include "dsp/fft_transformer.h"
+#include "dsp/window.h"
+#include "support/signals.h"
+
+namespace {
+
+constexpr double kPi = std::numbers::pi;
+
+xt::xtensor<float, 2> noiseRows(size_t count, size_t length) {
+    auto block = xt::xtensor<float, 2>::from_shape({count, length});
+    const auto samples = noise(count * length, 1);
+    std::copy(samples.begin(), samples.end(), block.begin());
+    return block;
+}
+
+TEST(Window, hasItsClosedForm) {
+    constexpr size_t n = 4096;
+    const auto hann = getWindow(WindowType::Hann, n), hamming = getWindow(WindowType::Hamming, n);
+    const auto blackman = getWindow(WindowType::Blackman, n);
+    const float step = static_cast<float>(2.0 * kPi / n);  // rounded, which moves late coefficients off the exact curve
+    for (size_t i = 0; i < n; ++i) {
+        const double sine = std::sin(kPi * double(i) / (n - 1)), x = static_cast<float>(i) * step;
+        ASSERT_NEAR(hann[i], sine * sine, 6e-8) << i;  // one rounding to float
+        ASSERT_NEAR(hamming[i], 0.08 + 0.92 * sine * sine, 6e-8) << i;
+        ASSERT_NEAR(blackman[i], 0.42 - 0.5 * std::cos(x) + 0.08 * std::cos(2.0 * x), 1.5e-7) << i;
+        // Periodic: at a quarter overlap the cosines cancel.
+        ASSERT_NEAR(
+            blackman[i % 1024] + blackman[i % 1024 + 1024] + blackman[i % 1024 + 2048] + blackman[i % 1024 + 3072],
+            4 * 0.42, 4e-6)
+            << i;
+    }
+    EXPECT_TRUE(std::isnan(hannWindow(1).at(0)) && std::isnan(hammingWindow(1).at(0)));
+    EXPECT_TRUE(getWindow(WindowType::Blackman, 0).empty());
+    EXPECT_THROW(getWindow(WindowType::Hann, -1), std::length_error);
+    EXPECT_THROW(getWindow(static_cast<WindowType>(3), 0), std::runtime_error);
+}
+
+TEST(FftTransformer, agreesWithADirectTransformButForTheNyquistBin) {
+    for (const size_t n : {32U, 96U, 160U}) {
+        const auto signal = noiseRows(3, n);
+        const auto spectrum = PFFFTTransformer(n, false).forward(signal);
+        for (size_t k = 0; k < n / 2; ++k) {
+            std::complex<double> bin = 0.0;
+            for (size_t i = 0; i < n; ++i)
+                bin += std::polar<double>(signal(2, i), -2.0 * kPi * double(i * k) / double(n));
+            ASSERT_NEAR(spectrum(2, 2 * k), bin.real(), 2e-5) << n << ' ' << k;
+            ASSERT_NEAR(spectrum(2, 2 * k + 1), k == 0 ? 0.0 : bin.imag(), 2e-5) << n << ' ' << k;
+        }
+    }
+}
+
+TEST(FftTransformer, backwardInvertsForwardExceptForTheNyquistComponent) {
+    constexpr size_t n = 4096;
+    const auto signal = noiseRows(2, n);
+    double nyquist = 0.0;  // the alternating component, which the analysis drops
+    for (size_t i = 0; i < n; ++i) nyquist += (i % 2 ? -signal(1, i) : signal(1, i)) / double(n);
+    for (const bool padded : {false, true}) {
+        PFFFTTransformer fft(n, padded);
+        const auto spectrum = fft.forward(signal), back = fft.backward(spectrum);
+        ASSERT_EQ(spectrum.shape(1), n + (padded ? 2 : 0));
+        for (size_t i = n; i < spectrum.shape(1); ++i) EXPECT_EQ(spectrum(1, i), 0.0f);
+        for (size_t i = 0; i < n; ++i) ASSERT_NEAR(back(1, i), signal(1, i) - (i % 2 ? -nyquist : nyquist), 1e-6) << i;
+    }
+}
+
+TEST(FftTransformer, refusesWhatTheLibraryWouldStopTheProcessFor) {
+    for (const size_t length : {size_t{0}, size_t{16}, size_t{100}, size_t{32 * 7}, size_t{1} << 40})
+        EXPECT_THROW(PFFFTTransformer(length, false), std::invalid_argument) << length;
+    EXPECT_THROW(PFFFTTransformer(64, true).backward(noiseRows(1, 64)), std::invalid_argument);
+    EXPECT_EQ(PFFFTTransformer(64, false).forward(noiseRows(0, 64)).shape(0), 0u);
+}
+
+}  // namespace

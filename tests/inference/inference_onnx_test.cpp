@@ -1,0 +1,74 @@
+#include "inference/inference_onnx.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "inference/profiler.h"
+#include "models/model_bytes.h"
+#include "support/log_capture.h"
+
+namespace {
+
+std::shared_ptr<IInference> create(const std::vector<std::uint8_t>& bytes) {
+    return InferenceONNX::create(bytes.data(), bytes.size(), "");
+}
+
+template <typename Action>
+std::string failureOf(Action action) try {
+    return action(), "none";
+} catch (const std::exception& failure) {
+    return failure.what();
+}
+
+}  // namespace
+
+TEST(Profiler, logsTheMicrosecondsOfItsScope) {
+    LogCapture log;
+    Profiler("nap"), std::this_thread::sleep_for(std::chrono::milliseconds(3));  // the object lives as long as the line
+    const std::string text = log.texts(plog::info).at(0), before = "[Profiler] nap took: ";
+    const long time = std::stol(text.substr(before.size()));
+    EXPECT_EQ(text, before + std::to_string(time) + " \u00b5s");
+    EXPECT_TRUE(time >= 3000 && time < 1000000) << time << ": not a nap, even on a busy machine";
+    EXPECT_EQ(log.lines[0].function, plog::util::processFuncName("Profiler::~Profiler()"));
+}
+
+TEST(InferenceOnnx, refusesCallsThatDoNotFitTheModelAndServesThoseThatDo) {
+    const auto small = create(modelBytes("small.onnx")), symbolic = create(modelBytes("symbolic.onnx"));
+    constexpr Shape fit{1, 4, 8, 16};
+    const std::vector<float> in(4 * 8 * 16, 0.5f);
+    std::vector<float> separated(in.size());
+    float* const out = separated.data();
+    const auto runWithTwoOutputs = [&] { small->run(in.data(), {out, out}, fit); };
+    EXPECT_EQ(failureOf(runWithTwoOutputs), "Use multistem inference for multiple outputs");
+    EXPECT_THROW(small->run(in.data(), {}, fit), std::out_of_range);
+    EXPECT_ANY_THROW(small->run(in.data(), {out}, {1, 4, 8, 15}));
+    EXPECT_ANY_THROW(symbolic->run(in.data(), {out}, fit));
+    EXPECT_TRUE(small->run(in.data(), {out}, fit));
+    EXPECT_EQ(separated, in);
+}
+
+TEST(InferenceOnnx, logsAFailedRunAfterItsTimeAndReportsSuccess) {
+    const auto failing = create(modelBytes("failing.onnx"));
+    std::vector<float> spectrum(4 * 256 * 2048), separated(spectrum.size());
+    LogCapture log;
+    EXPECT_TRUE(failing->run(spectrum.data(), {separated.data()}, {1, 4, 256, 2048}));
+    ASSERT_EQ(log.lines.size(), 2u);
+    EXPECT_TRUE(log.lines[0].text.starts_with("[Profiler] Inference ONNX run took: ")) << log.lines[0].text;
+    EXPECT_TRUE(log.lines[1].text.starts_with("[INFERENCE_onnx] Exception during inference: ")) << log.lines[1].text;
+    EXPECT_EQ(log.lines[1].severity, plog::error);
+    EXPECT_EQ(log.lines[1].function,
+              plog::util::processFuncName("virtual bool (anonymous namespace)::InferenceONNXImpl"));
+}
+
+TEST(InferenceOnnx, logsWhyItRefusesDamagedBytes) {
+    auto truncated = modelBytes("small.onnx");
+    truncated.resize(truncated.size() / 2);
+    for (const auto& bytes : {truncated, std::vector<std::uint8_t>(300, 0xA5), {}}) {
+        LogCapture log;
+        const std::string failure = failureOf([&] { create(bytes); });
+        EXPECT_EQ(log.texts(plog::error).back(), "[INFERENCE_onnx] Failed to initialize ONNX session: " + failure);
+    }
+}

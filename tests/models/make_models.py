@@ -1,0 +1,44 @@
+#!/usr/bin/env python3
+"""Writes the tiny models of the tests beside this script. Needs Debian's python3-onnx; the same bytes on each run."""
+from pathlib import Path
+
+import numpy
+from onnx import TensorProto, checker, helper, numpy_helper
+
+CONTRACT = [1, 4, 256, 2048]  # batch, planes (real and imaginary per channel), frames, bins
+
+
+def write(name, nodes, shape, kind=TensorProto.FLOAT, constants=(), inputs=("spectrum",), outputs=("separated",), flags=()):
+    tensor = helper.make_tensor_value_info
+    graph = helper.make_graph(
+        nodes, name,
+        [tensor(text, kind, shape) for text in inputs] + [tensor(text, TensorProto.BOOL, [1]) for text in flags],
+        [tensor(text, kind, shape) for text in outputs],
+        [numpy_helper.from_array(value, constant) for constant, value in constants])
+    model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 13)], ir_version=8, producer_name="")
+    checker.check_model(model)
+    (Path(__file__).parent / f"{name}.onnx").write_bytes(model.SerializeToString(deterministic=True))
+
+
+identity = [helper.make_node("Identity", ["spectrum"], ["separated"])]
+write("passthrough", identity, CONTRACT)
+write("small", identity, [1, 4, 8, 16])
+write("symbolic", identity, [1, 4, "frames", 2048])
+write("half", identity, CONTRACT, TensorProto.FLOAT16)
+
+# Picks planes that do not exist. Which ones depends on the spectrum, so nothing notices before the model runs.
+write("failing", [
+    helper.make_node("ReduceMax", ["spectrum"], ["peaks"], axes=[0, 2, 3], keepdims=0),
+    helper.make_node("Abs", ["peaks"], ["magnitudes"]),
+    helper.make_node("Add", ["magnitudes", "planes"], ["beyond"]),
+    helper.make_node("Cast", ["beyond"], ["indices"], to=TensorProto.INT64),
+    helper.make_node("Gather", ["spectrum", "indices"], ["separated"], axis=1),
+], CONTRACT, constants=[("planes", numpy.array([4], numpy.float32))])
+
+# Each stem has a gain of its own, 1/2, 1/4, 1/8 …, and none looks at its flag: silence comes from the library's gating.
+STEMS = ["vocals", "drum", "bass", "piano", "acoustic_guitar", "electric_guitar"]
+write("six_stems", [
+    helper.make_node("Mul", ["unified_input", f"{stem}_gain"], [f"{stem}_output"]) for stem in STEMS
+], CONTRACT, inputs=["unified_input"], flags=[f"{stem}_flag" for stem in STEMS],
+    outputs=[f"{stem}_output" for stem in STEMS],
+    constants=[(f"{stem}_gain", numpy.array([0.5 ** (i + 1)], numpy.float32)) for i, stem in enumerate(STEMS)])
