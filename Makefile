@@ -1,0 +1,48 @@
+# The short commands. Each does all that is needed before it; a second call downloads and rebuilds nothing.
+#
+#   make demo [SONG=path]   separate a song, the demo's own or yours
+#   make test               build everything and run the tests
+#   make install            install below PREFIX
+#   make format lint clean
+#
+# PRESET chooses the build: release, debug, clang, asan or tsan (CMakePresets.json).
+PRESET ?= release
+PREFIX ?= /usr/local
+BUILD := build/$(PRESET)
+JOBS := $(shell nproc 2>/dev/null || echo 2)
+SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
+
+.PHONY: all setup build demo test install format check-format lint clean
+.NOTPARALLEL:
+
+all: build
+
+setup:
+	@scripts/setup.sh
+
+$(BUILD)/CMakeCache.txt: | setup
+	cmake --preset $(PRESET)
+
+build: setup $(BUILD)/CMakeCache.txt
+	@cmake --build $(BUILD) --parallel $(JOBS)
+
+demo: build
+	@scripts/demo.sh $(BUILD) $(if $(SONG),"$(SONG)")
+
+test: build
+	@ctest --test-dir $(BUILD) --output-on-failure --parallel $(JOBS)
+
+install: build
+	cmake --install $(BUILD) --prefix "$(PREFIX)"
+
+format:
+	clang-format -i $(SOURCES)
+
+check-format:
+	clang-format --dry-run --Werror $(SOURCES)
+
+lint: build
+	clang-tidy --quiet -p $(BUILD) $(filter src/%.cpp tools/%.cpp,$(SOURCES))
+
+clean:
+	rm -rf build demo
