@@ -35,6 +35,7 @@ std::vector<bool> selection(const std::vector<Stem>& stems) {
 
 std::vector<std::string> outputNames() {
     std::vector<std::string> names;
+    names.reserve(kStemCount);
     for (const StemNames& stem : kStemNames) names.emplace_back(stem.output);
     return names;
 }

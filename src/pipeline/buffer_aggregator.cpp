@@ -49,7 +49,7 @@ void BufferAggregator::add(xt::xarray<float> chunk) {
                                     std::to_string(chunk.size()) + " values is not what this queue holds");
     if (!canAccept(n)) throw std::runtime_error("Buffer overflow: cannot accept chunk of size " + std::to_string(n));
 
-    const size_t write = (_start + _length) % capacity();
+    const size_t write = wrapped(_start + _length);
     const size_t first = std::min(n, capacity() - write);  // what fits before the ring's end
     const size_t rows = _buffer.shape(0) * _buffer.shape(1);
     const size_t sourceRows = chunk.size() / std::max<size_t>(n, 1);
@@ -85,7 +85,7 @@ xt::xarray<float> BufferAggregator::get(size_t size, size_t keep) {
                                     std::to_string(size) + " samples");
     xt::xarray<float> out = read(size);
     const size_t consumed = size - keep;
-    _start = (_start + consumed) % capacity();
+    _start = wrapped(_start + consumed);
     _length -= consumed;
     return out;
 }
@@ -99,6 +99,11 @@ xt::xarray<float> BufferAggregator::flush() {
 }
 
 size_t BufferAggregator::length() const { return _length; }
+
+// A ring position from one at most a whole ring too far.
+size_t BufferAggregator::wrapped(size_t position) const {
+    return position < capacity() ? position : position - capacity();
+}
 
 size_t BufferAggregator::capacity() const { return _buffer.dimension() == 3 ? _buffer.shape(2) : 0; }
 

@@ -50,6 +50,7 @@ public:
 
 private:
     size_t capacity() const;
+    size_t wrapped(size_t position) const;
     xt::xarray<float> read(size_t size) const;
 
     xt::xarray<float> _buffer;  // [batch, channels, capacity]

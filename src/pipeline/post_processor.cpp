@@ -39,7 +39,7 @@ PostProcessor::PostProcessor(size_t channels, size_t fftSize, size_t hopSize, xt
 }
 
 xt::xarray<float> PostProcessor::process(xt::xarray<float> spectrum) {
-    if (spectrum.dimension() == 2) return processFrame(std::move(spectrum));
+    if (spectrum.dimension() == 2) return processFrame(spectrum);
     if (spectrum.dimension() != 3)
         throw std::invalid_argument("PostProcessor: spectra of rank " + std::to_string(spectrum.dimension()) +
                                     "; they must be [channels, length] or [channels, length, frames]");
