@@ -1,10 +1,8 @@
 /// @file
-/// tavrin-separate: a song in, its stem and the rest out.
+/// tavrin-separate: a song in, its stems and the rest out.
 #include <cstdint>
 #include <cstdio>
 #include <exception>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -16,32 +14,11 @@
 #include "results.h"
 #include "separation.h"
 #include "song_reader.h"
-#include "tavrin/tavrin_proc.h"
+#include "stem_stream.h"
 
 namespace tavrin::tool {
 
 namespace {
-
-constexpr const char* modelTag = "model";
-
-void loadModel(const Options& options) {
-    const LogLines& log = LogLines::install(options.verbosity);
-    std::ifstream file(options.model, std::ios::binary);
-    const std::vector<char> bytes(std::istreambuf_iterator<char>(file), {});
-    if (bytes.empty()) {
-        throw Failure(ExitCode::modelUnusable,
-                      options.model.string() + ": cannot be read as a model; name an ONNX file with --model");
-    }
-    ModelData model;
-    model.data = reinterpret_cast<const std::uint8_t*>(bytes.data());
-    model.size = bytes.size();
-    model.key = &options.key;
-    if (!initializeModel(modelTag, model)) {
-        throw Failure(ExitCode::modelUnusable,
-                      options.model.string() + ": is not a usable model (" + log.lastError() +
-                          "); name an ONNX file with --model, and its --key if it is scrambled");
-    }
-}
 
 // What the user should know about a song that was read without an error.
 void warnAbout(const SongReader& song, std::int64_t framesRead) {
@@ -65,8 +42,7 @@ void summarise(double songSeconds, double seconds, const std::string& files) {
 // The progress bar is gone and the unfinished files are removed before anybody hears of a failure.
 void separate(const Options& options) {
     SongReader song(options.song);
-    loadModel(options);
-    Separation separation(modelTag, song.rate());
+    Separation separation(openStemStream(options), song.rate());
     Results results(options, song.rate(), song.frames());
 
     double seconds = 0;
@@ -98,7 +74,7 @@ ExitCode run(int argc, const char* const* argv) {
         say(failure.what());
         return failure.code();
     } catch (const std::exception& error) {
-        // All other exceptions come from the library: the model does not suit it, or a run of the model failed.
+        // All other exceptions come from the library: a run of the model failed.
         say(options.model.string() + ": " + error.what() + "; choose another model with --model");
         return ExitCode::modelUnusable;
     }

@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <utility>
 
 namespace tavrin::tool {
 
-void say(const std::string& message) { std::fprintf(stderr, "tavrin-separate: %s\n", message.c_str()); }
+void say(std::string message) {
+    std::replace(message.begin(), message.end(), '\n', ' ');
+    std::fprintf(stderr, "tavrin-separate: %s\n", message.c_str());
+}
 
 std::string clockTime(double seconds) {
     const auto tenths = std::llround(seconds * 10);
@@ -34,11 +36,12 @@ const LogLines& LogLines::install(Verbosity verbosity) {
 }
 
 void LogLines::write(const plog::Record& record) {
-    std::string line = record.getMessage();
-    std::replace(line.begin(), line.end(), '\n', ' ');
+    const std::string line = record.getMessage();
     const bool isError = record.getSeverity() <= plog::error;
-    if (!isError || _showErrors) say(line);
-    if (isError) _lastError = std::move(line);
+    // A warning to the library, but to its user nothing to worry about.
+    const bool isTiming = line.starts_with("[INFERENCE_onnx] Inference finished");
+    if (_showAll || (!isError && !isTiming)) say(line);
+    if (isError) _lastError = line;
 }
 
 }  // namespace tavrin::tool

@@ -11,14 +11,14 @@ namespace tavrin::tool {
 enum class Verbosity { quiet, normal, verbose };
 
 /// Prints one line, with the program's name before it.
-void say(const std::string& message);
+void say(std::string message);
 
 /// "3:07.5" or "1:03:07.5".
 std::string clockTime(double seconds);
 
-/// The library's log as messages of this program. An error is kept instead of printed, unless the user wants to see
-/// everything: when the run fails it is the reason to name, and when the run goes on (an accelerator that did not
-/// start, say) it was none.
+/// The library's log as messages of this program. Unless the user wants to see everything, an error is kept instead of
+/// printed: when the run fails it is the reason to name, and when the run goes on (an accelerator that did not start,
+/// say) it was none. Nor is every model run of a multi-stem model announced then.
 class LogLines final : public plog::IAppender {
 public:
     /// Makes this the process's log. To be called before the first model is loaded, because the library would otherwise
@@ -27,13 +27,13 @@ public:
 
     void write(const plog::Record& record) override;
 
-    /// The last error, in one line.
+    /// The last error.
     const std::string& lastError() const { return _lastError; }
 
 private:
-    explicit LogLines(bool showErrors) : _showErrors(showErrors) {}
+    explicit LogLines(bool showAll) : _showAll(showAll) {}
 
-    bool _showErrors;
+    bool _showAll;
     std::string _lastError;
 };
 

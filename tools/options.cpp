@@ -6,20 +6,23 @@
 #include <vector>
 
 #include "failure.h"
+#include "stem_names.h"
 
 namespace tavrin::tool {
 
 namespace {
 
 constexpr const char* description =
-    "Separates a song into the part that a model takes out of it and the rest. Stem + rest is the song, sample by "
+    "Separates a song into the stems that a model takes out of it and the rest. Stems + rest are the song, sample by "
     "sample.";
 
 constexpr const char* footer =
-    "Example:\n"
+    "Examples:\n"
     "  tavrin-separate \"My Song.mp3\" -o stems\n"
     "writes stems/My Song/centre.wav (what both channels share: often vocals, bass and drums)\n"
-    "and stems/My Song/rest.wav. With --model FILE the stem is named after the model's file.\n\n"
+    "and stems/My Song/rest.wav. With --model FILE the stem is named after the model's file.\n"
+    "  tavrin-separate \"My Song.mp3\" --model FILE --stems vocals,drums\n"
+    "writes My Song/vocals.wav, My Song/drums.wav and My Song/rest.wav.\n\n"
     "Exit codes: 0 done, 1 wrong usage, 2 song unreadable, 3 model unusable, 4 write failed, 130 interrupted.";
 
 // The model beside an installed program, otherwise the one of the source tree that this program was built from.
@@ -35,6 +38,7 @@ std::filesystem::path bundledModel() {
 
 Options parseOptions(int argc, const char* const* argv) {
     Options options;
+    std::string stems;
     std::string only;
     std::string format = options.format.name;
     std::vector<std::string> formats;
@@ -48,7 +52,16 @@ Options parseOptions(int argc, const char* const* argv) {
         ->type_name("FOLDER");
     app.add_option("--model", options.model, "ONNX model (default: the bundled centre model)")->type_name("FILE");
     app.add_option("--key", options.key, "Key of a scrambled model")->type_name("TEXT");
-    app.add_option("--only", only, "Write this part alone")->check(CLI::IsMember({"stem", "rest"}));
+    CLI::Option* stemsOption =
+        app.add_option("--stems", stems, "Stems to take out with a multi-stem model, such as vocals,drums, or all")
+            ->type_name("NAMES");
+    // Thrown as the version is: it is printed on standard output, and the run ends.
+    app.add_flag_callback(
+        "--list-stems", [] { throw CLI::CallForVersion(stemList(), 0); }, "Print the names of the stems and exit");
+    app.add_option("--provider", options.provider, "Execution provider to try first with --stems")
+        ->type_name("NAME")
+        ->needs(stemsOption);
+    app.add_option("--only", only, "Write the stems alone, or the rest alone")->check(CLI::IsMember({"stem", "rest"}));
     app.add_option("--format", format, "Format of the results (default: wav-float)")->check(CLI::IsMember(formats));
     bool quiet = false;
     bool verbose = false;
@@ -62,8 +75,13 @@ Options parseOptions(int argc, const char* const* argv) {
         throw Failure(ExitCode::wrongUsage, std::string(error.what()) + "; tavrin-separate --help shows the usage");
     }
 
+    if (*stemsOption) {
+        options.stems = stemsNamed(stems);
+        if (options.model.empty())
+            throw Failure(ExitCode::wrongUsage, "--stems: no multi-stem model is bundled; name one with --model");
+    }
     if (options.model.empty()) options.model = bundledModel();
-    options.wantStem = only != "rest";
+    options.wantStems = only != "rest";
     options.wantRest = only != "stem";
     for (const OutputFormat& known : outputFormats) {
         if (format == known.name) options.format = known;

@@ -3,6 +3,7 @@
 #include <system_error>
 
 #include "failure.h"
+#include "stem_names.h"
 
 namespace tavrin::tool {
 
@@ -12,10 +13,13 @@ namespace fs = std::filesystem;
 
 fs::path folderOf(const Options& options) { return options.folder / options.song.stem(); }
 
-// A model file called rest.onnx must not give its name to both files.
-std::string stemName(const Options& options) {
+std::vector<std::string> stemNames(const Options& options) {
+    std::vector<std::string> names;
+    for (const Stem stem : options.stems) names.push_back(nameOf(stem));
+    if (!names.empty()) return names;
     const std::string name = options.model.stem().string();
-    return name == "rest" ? "stem" : name;
+    // A model file called rest.onnx must not give its name to both files.
+    return {name == "rest" ? "stem" : name};
 }
 
 // Where a part goes.
@@ -50,23 +54,24 @@ OutputFolder::~OutputFolder() {
 }
 
 Results::Results(const Options& options, int rate, std::int64_t frames) : _folder(folderOf(options)) {
-    if (options.wantStem) _stem.emplace(targetFor(options, stemName(options)), options.format, rate, frames);
-    if (options.wantRest) _rest.emplace(targetFor(options, "rest"), options.format, rate, frames);
+    const std::vector<std::string> stems = stemNames(options);
+    const auto add = [&](std::size_t part, const std::string& name) {
+        _files.try_emplace(part, targetFor(options, name), options.format, rate, frames);
+    };
+    for (std::size_t stem = 0; options.wantStems && stem < stems.size(); ++stem) add(stem, stems[stem]);
+    if (options.wantRest) add(stems.size(), "rest");
 }
 
 void Results::write(const Parts& parts) {
-    if (_stem) _stem->write(parts.stem);
-    if (_rest) _rest->write(parts.rest);
+    for (auto& [part, file] : _files) file.write(parts[part]);
 }
 
 std::string Results::publish() {
-    if (_stem) _stem->complete();
-    if (_rest) _rest->complete();
+    for (auto& [part, file] : _files) file.complete();
     std::string names;
-    for (std::optional<AudioWriter>* part : {&_stem, &_rest}) {
-        if (!*part) continue;
-        (*part)->publish();
-        names += (names.empty() ? "" : ", ") + (*part)->target().string();
+    for (auto& [part, file] : _files) {
+        file.publish();
+        names += (names.empty() ? "" : ", ") + file.target().string();
     }
     return names;
 }

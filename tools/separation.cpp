@@ -12,37 +12,44 @@ void append(std::vector<float>& to, const std::vector<float>& samples) {
     to.insert(to.end(), samples.begin(), samples.end());
 }
 
-TavrinProcConfig streamOf(const std::string& modelTag) {
-    TavrinProcConfig config;
-    config.modelTag = modelTag;
-    return config;
-}
-
 }  // namespace
 
-Separation::Separation(const std::string& modelTag, double songRate)
-    : _separator(streamOf(modelTag)), _toModelRate(songRate, modelRate), _toSongRate(modelRate, songRate) {}
+Separation::Separation(std::unique_ptr<StemStream> stems, double songRate)
+    : _stems(std::move(stems)), _toModelRate(songRate, modelRate) {
+    while (_toSongRate.size() < _stems->stems()) _toSongRate.emplace_back(modelRate, songRate);
+}
 
 Parts Separation::process(const std::vector<float>& song) {
     append(_waiting, song);
-    return split(_toSongRate.process(_separator.process(_toModelRate.process(song))));
+    Parts stems = _stems->process(_toModelRate.process(song));
+    for (std::size_t s = 0; s < stems.size(); ++s) stems[s] = _toSongRate[s].process(std::move(stems[s]));
+    return withRest(std::move(stems));
 }
 
 Parts Separation::finish() {
-    std::vector<float> stem = _toSongRate.process(_separator.process(_toModelRate.finish()));
-    append(stem, _toSongRate.process(_separator.finish()));
-    append(stem, _toSongRate.finish());
-    // Two conversions of the rate can lose or gain a few samples.
-    stem.resize(_waiting.size());
-    return split(std::move(stem));
+    Parts stems = _stems->process(_toModelRate.finish());
+    const Parts last = _stems->finish();
+    for (std::size_t s = 0; s < stems.size(); ++s) {
+        append(stems[s], last[s]);
+        stems[s] = _toSongRate[s].process(std::move(stems[s]));
+        append(stems[s], _toSongRate[s].finish());
+        // Two conversions of the rate can lose or gain a few samples.
+        stems[s].resize(_waiting.size());
+    }
+    return withRest(std::move(stems));
 }
 
-Parts Separation::split(std::vector<float> stem) {
-    std::vector<float> rest(stem.size());
-    for (std::size_t i = 0; i < stem.size(); ++i) rest[i] = _waiting[i] - stem[i];
-    _waiting.erase(_waiting.begin(), _waiting.begin() + static_cast<std::ptrdiff_t>(stem.size()));
-    _framesDone += static_cast<std::int64_t>(stem.size() / 2);
-    return {std::move(stem), std::move(rest)};
+// The stems are equally long: their streams went through the same steps.
+Parts Separation::withRest(Parts stems) {
+    const auto end = _waiting.begin() + static_cast<std::ptrdiff_t>(stems.front().size());
+    std::vector<float> rest(_waiting.begin(), end);
+    _waiting.erase(_waiting.begin(), end);
+    for (const std::vector<float>& stem : stems) {
+        for (std::size_t i = 0; i < rest.size(); ++i) rest[i] -= stem[i];
+    }
+    _framesDone += static_cast<std::int64_t>(rest.size() / 2);
+    stems.push_back(std::move(rest));
+    return stems;
 }
 
 }  // namespace tavrin::tool

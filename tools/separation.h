@@ -1,30 +1,25 @@
 /// @file
-/// From song samples to stem and rest.
+/// From song samples to stems and rest.
 #pragma once
 
 #include <cstdint>
-#include <string>
+#include <memory>
 #include <vector>
 
 #include "resampler.h"
-#include "tavrin/stream_separator.h"
+#include "stem_stream.h"
 
 namespace tavrin::tool {
 
-/// The same stretch of a song twice, in interleaved stereo samples: what the model takes out, and what is left.
-struct Parts {
-    std::vector<float> stem;
-    std::vector<float> rest;
-};
-
-/// Separates one song in its own samples: whatever its rate, stem and rest are exactly as long as the song, and at
-/// every sample rest = song − stem. The song waits in memory only until its stem is known, about six seconds.
+/// Separates one song in its own samples: whatever its rate, every part is exactly as long as the song, and at every
+/// sample rest = song − all stems. The song waits in memory only until its stems are known, about six seconds.
 class Separation {
 public:
-    /// @param songRate samples per second. @throws as StreamSeparator and Resampler.
-    Separation(const std::string& modelTag, double songRate);
+    /// @param songRate samples per second. @throws as Resampler.
+    Separation(std::unique_ptr<StemStream> stems, double songRate);
 
-    /// Takes any number of samples and returns the parts that have become final, possibly none.
+    /// Takes any number of samples and returns the parts that have become final, possibly none: the stems, and last of
+    /// all the rest. @throws as StemStream.
     Parts process(const std::vector<float>& song);
 
     /// Ends the song and returns the remaining parts.
@@ -33,12 +28,12 @@ public:
     std::int64_t framesDone() const { return _framesDone; }
 
 private:
-    Parts split(std::vector<float> stem);
+    Parts withRest(Parts stems);
 
-    StreamSeparator _separator;
+    std::unique_ptr<StemStream> _stems;
     Resampler _toModelRate;
-    Resampler _toSongRate;
-    std::vector<float> _waiting;  // the song's samples from the first one whose stem is not known yet
+    std::vector<Resampler> _toSongRate;  // one per stem
+    std::vector<float> _waiting;         // the song's samples from the first one whose stems are not known yet
     std::int64_t _framesDone = 0;
 };
 
