@@ -3,6 +3,8 @@
 #   make demo [SONG=path]   separate a song, the demo's own or yours
 #   make test               build everything and run the tests
 #   make install            install below PREFIX
+#   make stress             ten hours of audio, shared models, damaged models, failing memory: ten minutes
+#   make fuzz [SECONDS=300] each fuzzer for so long (clang)
 #   make format lint clean
 #
 # PRESET chooses the build: release, debug, clang, asan or tsan (CMakePresets.json).
@@ -12,7 +14,7 @@ BUILD := build/$(PRESET)
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
 
-.PHONY: all setup build demo test install format check-format lint clean
+.PHONY: all setup build demo test stress fuzz install format check-format lint clean
 .NOTPARALLEL:
 
 all: build
@@ -31,6 +33,12 @@ demo: build
 
 test: build
 	@ctest --test-dir $(BUILD) --output-on-failure --parallel $(JOBS)
+
+stress: setup
+	@scripts/stress.sh
+
+fuzz: setup
+	@scripts/fuzz.sh $(SECONDS)
 
 install: build
 	cmake --install $(BUILD) --prefix "$(PREFIX)"
