@@ -84,3 +84,16 @@ TEST(ProviderWalk, appendsCoreMlByItsOwnFunctionWhereThereIsOne) {
     EXPECT_EQ(log.texts(plog::error).back(), complaint + "append CoreML failed");
     dlclose(library);
 }
+
+TEST(ProviderWalk, appendsCoreMlWithACacheForMultiStemModels) {
+    standIn = {.available = {"CoreMLExecutionProvider"}};
+    for (const char* name : {"LD_LIBRARY_PATH", "ADSP_LIBRARY_PATH"}) setenv(name, "-", 0);  // the stand-in notes them
+    setenv("HOME", "/home/me", 1);
+    const auto model = modelBytes("six_stems.onnx");
+    InferenceONNX::createMultiStem(model.data(), model.size(), {}, {"vocals_output"}, "");
+    EXPECT_EQ(standIn.calls, "env, append CoreML, session CoreML, release CoreML, ");
+    EXPECT_EQ(standIn.arguments["env"], "0 \"\" ");
+    for (const char* option : {" ModelFormat MLProgram ", " MLComputeUnits ALL ", " EnableOnSubgraphs 1 ",
+                               " ModelCacheDirectory /home/me/Library/Caches/TavrinModelCache "})
+        EXPECT_NE(standIn.arguments["append CoreML"].find(option), std::string::npos) << option;
+}

@@ -50,9 +50,6 @@ TEST(PostProcessor, refusesShapesThatDoNotBroadcast) {
     EXPECT_THROW(post.process(xt::xarray<float>::from_shape({3, kFrame})), xt::broadcast_error);
     EXPECT_THROW(post.process(xt::xarray<float>::from_shape({2, 32})), std::invalid_argument);
     EXPECT_THROW(PostProcessor(2, 2 * kFrame, kHop, hann()), xt::broadcast_error);
-    const auto out =
-        post.process(xt::xarray<float>(std::vector<size_t>{1, kFrame}, 1.0f));  // one row for both channels
-    EXPECT_TRUE(out(1, 5) != 0.0f && out(0, 5) == out(1, 5));
 }
 
 TEST(PostProcessor, slidesAndDividesAsItsHelpersPromise) {
