@@ -27,7 +27,7 @@ std::vector<float> separateAll(ChunkProcessor processor, const std::vector<float
         const auto result = processor.process(part(planar, from, n), eof);
         from += n;
         for (size_t c = 0; c < 2 && result.dimension() == 2; ++c)
-            out[c].insert(out[c].end(), &result(c, 0), &result(c, 0) + result.shape(1));
+            out[c].insert(out[c].end(), result.data() + c * result.shape(1), result.data() + (c + 1) * result.shape(1));
     }
     out[0].insert(out[0].end(), out[1].begin(), out[1].end());
     return out[0];
