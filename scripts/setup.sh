@@ -30,11 +30,12 @@ stage=""
 trap '[ -z "$stage" ] || rm -rf "$stage"' EXIT
 trap 'exit 130' INT TERM
 
-# Runs a command quietly; when it fails, its last line of output says why.
+# Runs a command quietly; when it fails, its first error says why.
 quietly() {
     local what="$1" log="$stage/log"
     shift
-    "$@" >"$log" 2>&1 || fail "$what failed ($(grep -v '^ *$' "$log" | tail -n 1)); check the network and the disk, then run this again"
+    "$@" >"$log" 2>&1 && return
+    fail "$what failed ($(grep -m 1 -E '^(E:|npm ERR|npm error)' "$log" || tail -n 1 "$log")); check the network and the disk, then run this again"
 }
 
 is_current() { [ "$(cat "$deps/$1/.pins" 2>/dev/null)" = "$2" ]; }
@@ -113,7 +114,7 @@ unpack_npm() {
     say "downloading $package"
     mkdir -p "$stage/npm" "$into"
     rm -f "$stage"/npm/*
-    (cd "$stage/npm" && quietly "download of $package" npm pack --silent --ignore-scripts "$package")
+    (cd "$stage/npm" && quietly "download of $package" npm pack --loglevel error --ignore-scripts "$package")
     file=$(echo "$stage"/npm/*.tgz)
     [ "$(sha512sum "$file" | cut -d' ' -f1)" = "$sha512" ] ||
         fail "$package does not have the SHA-512 pinned in scripts/setup.sh; nothing of it was kept"
