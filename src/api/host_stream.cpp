@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "api/engine.h"
+#include "api/host_exceptions.h"
 #include "api/sample_layout.h"
 #include "inference/run_failure.h"
 
@@ -21,7 +22,7 @@ void HostStream::process(const std::vector<float>& samples, bool last, const Eng
 
     const auto feed = [&engine](xt::xarray<float> block, bool eof, bool completesBlock) {
         RunFailure::take();  // an earlier call's, which nobody asked for
-        const bool hasOutput = engine(std::move(block), eof, completesBlock);
+        const bool hasOutput = withHostExceptions([&] { return engine(std::move(block), eof, completesBlock); });
         // The engine takes a run that failed for silence; here silence would be taken for music.
         if (const std::optional<std::string> failure = RunFailure::take())
             throw std::runtime_error("the model run failed: " + *failure);

@@ -22,6 +22,7 @@ public:
 
     /// Feeds the engine with what `samples`, and the end of the stream if this is the `last` call, complete. The stream
     /// counts as failed until succeed(): the caller has yet to hand its output over.
+    /// @param engine by std::ref: a function object that has to be allocated could fail before the stream knows.
     /// @throws std::invalid_argument for an odd number of samples, nothing has changed; std::logic_error after the end
     ///         or a failure; std::runtime_error with the runtime's message when a model run failed.
     void process(const std::vector<float>& samples, bool last, const Engine& engine);

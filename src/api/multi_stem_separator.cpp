@@ -1,12 +1,13 @@
 #include "tavrin/multi_stem_separator.h"
 
+#include <functional>
 #include <mutex>
-#include <new>
 #include <optional>
 #include <stdexcept>
 #include <utility>
 
 #include "api/engine.h"
+#include "api/host_exceptions.h"
 #include "api/host_stream.h"
 #include "api/logging.h"
 #include "api/plain_bytes.h"
@@ -40,15 +41,6 @@ std::vector<std::string> outputNames() {
     return names;
 }
 
-// The runtime's exceptions are of a type that hosts of this interface do not know.
-std::shared_ptr<IInference> load(const void* data, size_t size, const std::string& provider) try {
-    return InferenceONNX::createMultiStem(data, size, {}, outputNames(), provider);
-} catch (const std::bad_alloc&) {
-    throw;
-} catch (const std::exception& failure) {
-    throw std::runtime_error(failure.what());
-}
-
 }  // namespace
 
 class MultiStemModel::Impl {
@@ -56,8 +48,9 @@ public:
     Impl(const ModelData& model, const std::string& provider) {
         setUpLogging();
         _quietRuntime = holdQuietRuntime();
-        _inference =
-            withPlainBytes(model, [&provider](const void* data, size_t size) { return load(data, size, provider); });
+        _inference = withPlainBytes(model, [&provider](const void* data, size_t size) {
+            return InferenceONNX::createMultiStem(data, size, {}, outputNames(), provider);
+        });
         requireMultiStemContract(*_inference);
     }
 
@@ -75,7 +68,7 @@ private:
 };
 
 MultiStemModel::MultiStemModel(const ModelData& model, const std::string& provider)
-    : _impl(std::make_shared<Impl>(model, provider)) {}
+    : _impl(withHostExceptions([&] { return std::make_shared<Impl>(model, provider); })) {}
 MultiStemModel::~MultiStemModel() = default;
 MultiStemModel::MultiStemModel(const MultiStemModel&) = default;
 MultiStemModel& MultiStemModel::operator=(const MultiStemModel&) = default;
@@ -98,7 +91,7 @@ public:
         std::array<StereoRows, kStemCount> stems;
         StereoRows rest;
         size_t total = 0;
-        _stream.process(samples, last, [&](xt::xarray<float> block, bool eof, bool completesBlock) {
+        const auto engine = [&](xt::xarray<float> block, bool eof, bool completesBlock) {
             const std::optional<MultiStemProcessor::Output> output =
                 _engine->process(std::move(block), eof, completesBlock, _view->wanted);
             if (!output) return false;
@@ -107,7 +100,8 @@ public:
                 if (output->stems[s].dimension() == 2) stems[s].append(output->stems[s]);
             if (_wantRest) rest.append(output->rest);
             return true;
-        });
+        };
+        _stream.process(samples, last, std::ref(engine));
 
         SeparatedStems result;
         for (size_t s = 0; s < kStemCount; ++s) {

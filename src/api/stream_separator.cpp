@@ -1,8 +1,10 @@
 #include "tavrin/stream_separator.h"
 
+#include <functional>
 #include <utility>
 
 #include "api/engine.h"
+#include "api/host_exceptions.h"
 #include "api/host_stream.h"
 #include "api/sample_layout.h"
 #include "inference/model_contract.h"
@@ -21,12 +23,13 @@ public:
     // The separated samples that `samples`, and the end of the stream if this is the `last` call, make final.
     std::vector<float> process(const std::vector<float>& samples, bool last) {
         StereoRows finished;
-        _stream.process(samples, last, [&](xt::xarray<float> block, bool eof, bool /*completesBlock*/) {
+        const auto engine = [&](xt::xarray<float> block, bool eof, bool /*completesBlock*/) {
             const xt::xarray<float> result = _engine->process(std::move(block), eof);
             if (result.dimension() != 2) return false;
             finished.append(result);
             return true;
-        });
+        };
+        _stream.process(samples, last, std::ref(engine));
         std::vector<float> out = finished.flatten(_config.interleaved);
         _stream.succeed(last);
         return out;
@@ -44,7 +47,8 @@ private:
     HostStream _stream;
 };
 
-StreamSeparator::StreamSeparator(TavrinProcConfig config) : _impl(std::make_unique<Impl>(std::move(config))) {}
+StreamSeparator::StreamSeparator(TavrinProcConfig config)
+    : _impl(withHostExceptions([&] { return std::make_unique<Impl>(std::move(config)); })) {}
 StreamSeparator::~StreamSeparator() = default;
 StreamSeparator::StreamSeparator(StreamSeparator&&) noexcept = default;
 StreamSeparator& StreamSeparator::operator=(StreamSeparator&&) noexcept = default;
