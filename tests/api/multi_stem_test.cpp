@@ -85,7 +85,6 @@ TEST(MultiStemSeparator, givesEveryWantedStemInPlaceAndTheRest) {
     EXPECT_EQ(separator.process(song).rest, out.rest);
     EXPECT_THROW(separator.selectStems({static_cast<Stem>(6)}), std::invalid_argument);
     EXPECT_THROW(model("passthrough.onnx"), std::runtime_error);
-    EXPECT_THROW(model("nowhere.onnx"), std::runtime_error);
 }
 
 TEST(MultiStemSeparator, fadesWithoutAClickWhenAStemIsSwitched) {

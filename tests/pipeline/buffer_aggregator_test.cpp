@@ -25,7 +25,6 @@ TEST(BufferAggregator, keepsOrderAndOverlapAllAroundTheRing) {
             ASSERT_EQ(queue.get(5, 1), counting(5, out, batch)) << round;  // the last one comes again
         }
         EXPECT_EQ(queue.flush(), counting(static_cast<size_t>(in - out), out, batch));
-        EXPECT_EQ(queue.length(), 0u);
     }
 }
 

@@ -62,7 +62,6 @@ TEST(PostProcessor, slidesAndDividesAsItsHelpersPromise) {
     EXPECT_EQ(rows, (xt::xtensor<float, 2>{{0, 0, 0}, {0, 0, 0}}));
     EXPECT_EQ(log.lines.at(1).text, "shiftArray called with step: 2, input dimension: 2, input length: 3");
     EXPECT_EQ(log.lines.at(3).text, "Shift step >= input size, filling with zeros");
-    EXPECT_EQ(log.lines.at(3).function, "shiftArray");
 
     const float smallest = 1.17549435e-38f;  // the smallest normal float, below the threshold by rounding
     xt::xarray<float> values = {{6, 6, 6, 6}, {8, 8, 8, 8}};
