@@ -16,6 +16,7 @@ namespace tavrin {
 /// The stems of a multi-stem model, in the model's order.
 enum class Stem { vocals, drums, bass, piano, acousticGuitar, electricGuitar };
 
+/// Number of Stem values.
 constexpr std::size_t kStemCount = 6;
 
 /// A loaded multi-stem model. A handle: copies share the model, and any number of separators on any threads may use it
@@ -27,6 +28,8 @@ constexpr std::size_t kStemCount = 6;
 /// shaped like the spectrum.
 class TAVRIN_EXPORT MultiStemModel {
 public:
+    /// Sets up the log as initializeModel() does; each model call then writes its time at warning. When the runtime
+    /// offers QNN, changes the process environment.
     /// @param model read during the call only.
     /// @param provider an execution provider's name as ONNX Runtime reports it, tried before the others; or empty.
     /// @throws std::runtime_error when the bytes are no model that the runtime can load, or a model with other inputs
@@ -36,8 +39,6 @@ public:
     ~MultiStemModel();
     MultiStemModel(const MultiStemModel&);
     MultiStemModel& operator=(const MultiStemModel&);
-    MultiStemModel(MultiStemModel&&) noexcept;
-    MultiStemModel& operator=(MultiStemModel&&) noexcept;
 
 private:
     friend class MultiStemSeparator;
@@ -58,6 +59,7 @@ struct SeparatedStems {
     std::array<std::vector<float>, kStemCount> stems;  ///< indexed by Stem
     std::vector<float> rest;                           ///< empty unless asked for
 
+    /// The samples of one stem.
     const std::vector<float>& operator[](Stem stem) const { return stems[static_cast<std::size_t>(stem)]; }
 };
 
@@ -70,11 +72,13 @@ struct SeparatedStems {
 ///
 ///     tavrin::MultiStemSeparator separator(model, {.stems = {tavrin::Stem::vocals, tavrin::Stem::drums}});
 ///     while (read(block)) write(separator.process(block)[tavrin::Stem::vocals]);
+///     write(separator.finish()[tavrin::Stem::vocals]);
 class TAVRIN_EXPORT MultiStemSeparator {
 public:
     /// @throws std::invalid_argument for a value that is no Stem.
     MultiStemSeparator(const MultiStemModel& model, MultiStemConfig config);
     ~MultiStemSeparator();
+    /// What has been moved from can only be destroyed or assigned to.
     MultiStemSeparator(MultiStemSeparator&&) noexcept;
     MultiStemSeparator& operator=(MultiStemSeparator&&) noexcept;
     MultiStemSeparator(const MultiStemSeparator&) = delete;

@@ -34,6 +34,7 @@ public:
     ///         model does not take and give float [1, 4, 256, 2048] (the message says what it has).
     explicit StreamSeparator(TavrinProcConfig config);
     ~StreamSeparator();
+    /// What has been moved from can only be destroyed or assigned to.
     StreamSeparator(StreamSeparator&&) noexcept;
     StreamSeparator& operator=(StreamSeparator&&) noexcept;
     StreamSeparator(const StreamSeparator&) = delete;

@@ -30,8 +30,8 @@ struct ModelData {
 /// The first call of the process also installs a console logger (plog, standard output, severity info), unless the
 /// host has a default plog logger of its own by then.
 ///
-/// @return true on success; false on any failure, with the reason in the log and the registry as it was.
-/// Threads: the registry has no lock. Serialise these four functions and the construction of streams.
+/// @return true on success; false on any failure, with the registry as it was. The log says why a model could not be
+/// loaded. Threads: the registry has no lock. Serialise these four functions and the construction of streams.
 TAVRIN_EXPORT bool initializeModel(const std::string& tag, const ModelData& model);
 
 /// Removes the model of `tag`; streams that use it keep it until they are destroyed.

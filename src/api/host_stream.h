@@ -30,6 +30,9 @@ public:
     /// All that the last process() brought has reached the host.
     void succeed(bool last) { _state = last ? State::finished : State::open; }
 
+    /// The stream cannot go on.
+    void fail() { _state = State::failed; }
+
     /// Starts a new stream.
     void reset();
 

@@ -5,6 +5,8 @@
 #include <plog/Log.h>
 
 #include <memory>
+#include <mutex>
+#include <utility>
 
 namespace {
 
@@ -18,8 +20,11 @@ std::unique_ptr<Logger> g_logger;
 }  // namespace
 
 void setUpLogging() {
+    static std::mutex oneAtATime;  // models may be loaded on several threads
+    const std::lock_guard lock(oneAtATime);
     if (plog::get<PLOG_DEFAULT_INSTANCE_ID>()) return;
     g_appender = std::make_unique<Appender>(plog::streamStdOut);
-    g_logger = std::make_unique<Logger>(plog::info);
-    g_logger->addAppender(g_appender.get());
+    auto logger = std::make_unique<Logger>(plog::info);
+    logger->addAppender(g_appender.get());
+    g_logger = std::move(logger);
 }

@@ -27,7 +27,7 @@ bool tavrin::initializeModel(const std::string& tag, const ModelData& model) try
     inferenceInstances[tag] = std::move(inference);
     return true;
 } catch (...) {
-    return false;  // the back-end has logged why
+    return false;  // what the back-end could not load, it has logged
 }
 
 bool tavrin::deinitializeModel(const std::string& tag) try {

@@ -72,8 +72,6 @@ MultiStemModel::MultiStemModel(const ModelData& model, const std::string& provid
 MultiStemModel::~MultiStemModel() = default;
 MultiStemModel::MultiStemModel(const MultiStemModel&) = default;
 MultiStemModel& MultiStemModel::operator=(const MultiStemModel&) = default;
-MultiStemModel::MultiStemModel(MultiStemModel&&) noexcept = default;
-MultiStemModel& MultiStemModel::operator=(MultiStemModel&&) noexcept = default;
 
 class MultiStemSeparator::Impl {
 public:
@@ -115,6 +113,8 @@ public:
     }
 
     void reset() {
+        _stream.fail();
+        _engine.reset();  // first, so that there are never two
         _engine = std::make_unique<MultiStemProcessor>(_view, kStemCount, Geometry::kFrameLength, Geometry::kHop,
                                                        Geometry::kFrames, _wantRest);
         _stream.reset();

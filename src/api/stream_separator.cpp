@@ -36,6 +36,8 @@ public:
     }
 
     void reset() {
+        _stream.fail();
+        _engine.reset();  // first, so that there are never two
         _engine = makeEngine(_model, _config);
         _stream.reset();
     }
@@ -66,7 +68,7 @@ std::size_t StreamSeparator::latency() noexcept {
 }
 
 std::vector<float> separate(const TavrinProcConfig& config, const std::vector<float>& samples) {
-    return StreamSeparator::Impl(config).process(samples, true);
+    return withHostExceptions([&] { return StreamSeparator::Impl(config).process(samples, true); });
 }
 
 }  // namespace tavrin

@@ -35,7 +35,7 @@ class TAVRIN_EXPORT PFFFTTransformer : public IFFTTransformer {
 public:
     /// @param N transform length: a positive multiple of 32 without prime factors above 5.
     /// @param padded forward() appends two zeros to every row, which backward() drops again: spectra of N + 2 floats.
-    /// @throws std::invalid_argument for other lengths.
+    /// @throws std::invalid_argument for other lengths, std::bad_alloc.
     PFFFTTransformer(size_t N, bool padded);
     ~PFFFTTransformer() override;
     PFFFTTransformer(const PFFFTTransformer&) = delete;

@@ -9,6 +9,7 @@
 
 #include "tavrin/export.h"
 
+/// The shapes that getWindow() knows.
 enum class WindowType { Hann = 0, Hamming = 1, Blackman = 2 };
 
 /// Symmetric Hann window, 0.5 - 0.5·cos(2π·i / (n - 1)), evaluated in double precision. n = 1 gives NaN.

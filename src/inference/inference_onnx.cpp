@@ -31,8 +31,8 @@ public:
             const Ort::AllocatorWithDefaultOptions allocator;
             _inputName = _session->GetInputNameAllocated(0, allocator).get();
             _outputName = _session->GetOutputNameAllocated(0, allocator).get();
-            _inputShape = _session->GetInputTypeInfo(0).GetTensorTypeAndShapeInfo().GetShape();
-            _outputShape = _session->GetOutputTypeInfo(0).GetTensorTypeAndShapeInfo().GetShape();
+            _inputShape = dimensionsOf(_session->GetInputTypeInfo(0));
+            _outputShape = dimensionsOf(_session->GetOutputTypeInfo(0));
         } catch (const std::exception& failure) {
             TAVRIN_LOG(plog::error, kConstructor)
                 << "[INFERENCE_onnx] Failed to initialize ONNX session: " << failure.what();

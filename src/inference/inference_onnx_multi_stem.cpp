@@ -45,8 +45,8 @@ public:
             if (outputNames.empty())
                 for (size_t i = 0; i < _session->GetOutputCount(); ++i)
                     _outputNames.emplace_back(_session->GetOutputNameAllocated(0, allocator).get());
-            _inputShape = _session->GetInputTypeInfo(0).GetTensorTypeAndShapeInfo().GetShape();
-            _outputShape = _session->GetOutputTypeInfo(0).GetTensorTypeAndShapeInfo().GetShape();
+            _inputShape = dimensionsOf(_session->GetInputTypeInfo(0));
+            _outputShape = dimensionsOf(_session->GetOutputTypeInfo(0));
         } catch (const std::exception& failure) {
             TAVRIN_LOG(plog::error, kConstructor)
                 << "[INFERENCE_onnx] Failed to initialize ONNX session: " << failure.what();

@@ -10,7 +10,9 @@
 /// Logs, at info, how long its scope took: "[Profiler] NAME took: N µs".
 class TAVRIN_EXPORT Profiler {
 public:
+    /// Starts the time. @param name says in the log what was timed.
     explicit Profiler(std::string name);
+    /// Stops it and logs it.
     ~Profiler();
     Profiler(const Profiler&) = delete;
     Profiler& operator=(const Profiler&) = delete;

@@ -128,7 +128,7 @@ bool appendCoreMLByFunction(Ort::SessionOptions& options, const char* functionTe
         return false;
     }
     constexpr std::uint32_t kNoFlags = 0;
-    // Not released: the runtime that hands out this status keeps it.
+    // The status is deliberately not released.
     if (const OrtStatus* status = appendCoreML(options, kNoFlags)) {
         const char* message = Ort::GetApi().GetErrorMessage(status);
         TAVRIN_LOG(plog::error, functionText)

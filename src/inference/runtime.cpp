@@ -5,11 +5,17 @@
 #include <stdexcept>
 #include <string>
 
+#include "support/log.h"
+
 Ort::Env makeEnvironment(RuntimeLog severity) {
     // Null when the runtime does not know the interface of our headers; no other call may go through it then.
-    if (!Ort::Global<void>::api_)
-        throw std::runtime_error(std::string("ONNX Runtime ") + OrtGetApiBase()->GetVersionString() +
-                                 " is too old: this library needs 1." + std::to_string(ORT_API_VERSION) + " or newer");
+    if (!Ort::Global<void>::api_) {
+        const std::string message = std::string("ONNX Runtime ") + OrtGetApiBase()->GetVersionString() +
+                                    " is too old: this library needs 1." + std::to_string(ORT_API_VERSION) +
+                                    " or newer";
+        TAVRIN_LOG(plog::error, "Ort::Env makeEnvironment(RuntimeLog)") << "[INFERENCE_onnx] " << message;
+        throw std::runtime_error(message);
+    }
     return {severity == RuntimeLog::verbose ? ORT_LOGGING_LEVEL_VERBOSE : ORT_LOGGING_LEVEL_WARNING, ""};
 }
 

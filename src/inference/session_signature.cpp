@@ -2,6 +2,7 @@
 
 #include <onnxruntime_cxx_api.h>
 
+#include <stdexcept>
 #include <utility>
 
 namespace {
@@ -30,6 +31,12 @@ ModelTensor describe(Ort::AllocatedStringPtr name, const Ort::TypeInfo& type) {
 }
 
 }  // namespace
+
+std::vector<std::int64_t> dimensionsOf(const Ort::TypeInfo& type) {
+    if (type.GetONNXType() != ONNX_TYPE_TENSOR)
+        throw std::runtime_error("the model has an input or output that is not a tensor");
+    return type.GetTensorTypeAndShapeInfo().GetShape();
+}
 
 ModelSignature readSignature(const Ort::Session& session) {
     const Ort::AllocatorWithDefaultOptions allocator;

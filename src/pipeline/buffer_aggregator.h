@@ -12,6 +12,7 @@
 /// A plain value. The default-constructed queue is a placeholder, to be assigned to before use. Threads: one at a time.
 class TAVRIN_EXPORT BufferAggregator {
 public:
+    /// The placeholder.
     BufferAggregator();
     /// @param channels rows of every block.
     /// @param size capacity in samples per channel, at least 1.

@@ -68,11 +68,11 @@ xt::xarray<float> PostProcessor::processFrame(xt::xtensor<float, 2> frame) {
                                    std::to_string(channels) + " channels")
                                       .c_str());
     const xt::xtensor<float, 2> time = _fft.backward(frame);
+    auto out = xt::xarray<float>::from_shape({channels, emitted()});  // before anything changes: it may fail
     constexpr float kScaledAlready = 1.0f;
     for (size_t c = 0; c < channels; ++c)
         overlapAdd(_outputBuffer.data() + c * _fftSize, _window.data(),
                    time.data() + (frame.shape(0) == 1 ? 0 : c * _fftSize), kScaledAlready, _fftSize);
-    auto out = xt::xarray<float>::from_shape({channels, emitted()});
     finishHop(out.data(), emitted());
     return out;
 }

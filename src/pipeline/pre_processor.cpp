@@ -64,6 +64,7 @@ std::optional<IndexRange> PreProcessor::analyse(const AudioView& signal, bool eo
 
 void PreProcessor::requireBlock(const AudioView& signal) const {
     const auto refuse = [](const std::string& what) { throw std::invalid_argument("PreProcessor: " + what); };
+    if (!_inference) refuse("there is no model to run");
     if (_hopSize == 0) refuse("a hop of 0 samples does not advance");
     if (signal.channels != _channels)
         refuse("a block of " + std::to_string(signal.channels) + " channels instead of " + std::to_string(_channels));

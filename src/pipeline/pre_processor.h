@@ -57,7 +57,7 @@ public:
     /// The frames behind the last ones returned; with any real geometry [outputs, channels, 0]. Changes nothing.
     xt::xarray<float> flush();
 
-    /// New frames that a block of `samples` samples brings.
+    /// New frames that a block of `samples` samples, at least fftSize, brings. The hop must not be 0.
     size_t newFrames(size_t samples) const { return (samples - _fftSize) / _hopSize + 1; }
 
     /// process() without the copies: the final frames stay where the model wrote them.

@@ -42,7 +42,8 @@ TEST(ModelRegistry, keepsTheOldModelWhenALoadFailsAndLeavesItToItsUsersWhenOneSu
     truncated.resize(truncated.size() / 2);
     EXPECT_FALSE(load(truncated, ""));
     EXPECT_FALSE(load(model("sevenly"), "sevenlY"));
-    EXPECT_FALSE(load({}, "") || load({}, "k"));
+    EXPECT_FALSE(load({}, "") || load({}, "k") || load(modelBytes("no_tensor.onnx"), ""));
+    EXPECT_FALSE(tavrin::initializeModel("tag", {nullptr, 100, nullptr}));
     EXPECT_FALSE(tavrin::initializeModel("tag", {truncated.data(), UINT64_MAX, &key}));
     EXPECT_EQ(inferenceInstances.at("tag"), old);
 

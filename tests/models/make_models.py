@@ -42,3 +42,10 @@ write("six_stems", [
 ], CONTRACT, inputs=["unified_input"], flags=[f"{stem}_flag" for stem in STEMS],
     outputs=[f"{stem}_output" for stem in STEMS],
     constants=[(f"{stem}_gain", numpy.array([0.5 ** (i + 1)], numpy.float32)) for i, stem in enumerate(STEMS)])
+
+# Its output is a sequence, which has no dimensions to ask for.
+graph = helper.make_graph([helper.make_node("SequenceConstruct", ["spectrum"], ["separated"])], "no_tensor",
+                          [helper.make_tensor_value_info("spectrum", TensorProto.FLOAT, CONTRACT)],
+                          [helper.make_tensor_sequence_value_info("separated", TensorProto.FLOAT, None)])
+model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 13)], ir_version=8, producer_name="")
+(Path(__file__).parent / "no_tensor.onnx").write_bytes(model.SerializeToString(deterministic=True))
