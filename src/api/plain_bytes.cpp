@@ -7,7 +7,10 @@
 std::shared_ptr<IInference> withPlainBytes(
     const tavrin::ModelData& model,
     const std::function<std::shared_ptr<IInference>(const void* data, size_t size)>& create) {
-    if (!model.data && model.size > 0) throw std::invalid_argument("model data is null");
+    if (!model.data) {
+        if (model.size > 0) throw std::invalid_argument("model data is null");
+        return create(nullptr, 0);
+    }
     if (!model.key || model.key->empty()) return create(model.data, model.size);
     const std::string& key = *model.key;
     std::vector<std::uint8_t> plain(model.size);
