@@ -86,28 +86,22 @@ public:
     void selectStems(const std::vector<Stem>& stems) { _view->wanted = selection(stems); }
 
     SeparatedStems process(const std::vector<float>& samples, bool last) {
-        std::array<StereoRows, kStemCount> stems;
-        StereoRows rest;
-        size_t total = 0;
-        const auto engine = [&](xt::xarray<float> block, bool eof, bool completesBlock) {
-            const std::optional<MultiStemProcessor::Output> output =
-                _engine->process(std::move(block), eof, completesBlock, _view->wanted);
-            if (!output) return false;
-            total += output->samples;
-            for (size_t s = 0; s < kStemCount; ++s)
-                if (output->stems[s].dimension() == 2) stems[s].append(output->stems[s]);
-            if (_wantRest) rest.append(output->rest);
-            return true;
-        };
-        _stream.process(samples, last, std::ref(engine));
-
+        const HostStream::Input input = _stream.open(samples, last);
         SeparatedStems result;
-        for (size_t s = 0; s < kStemCount; ++s) {
-            // A stem that faded out in the first block of several is silent in the others.
-            if (stems[s].samples() > 0) stems[s].extend(total);
-            result.stems[s] = stems[s].flatten(_interleaved);
-        }
-        result.rest = rest.flatten(_interleaved);
+        std::array<AudioTarget, kStemCount + 1> unwritten;
+        const auto allocate = [&](size_t track, std::vector<float>& out) {
+            out.resize(2 * input.finished);  // a stem that has faded out leaves silence to the end
+            unwritten[track] = stereoTarget(out, _interleaved);
+        };
+        for (size_t s = 0; s < kStemCount; ++s)
+            if (_engine->sounds(s, _view->wanted)) allocate(s, result.stems[s]);
+        if (_wantRest) allocate(kStemCount, result.rest);
+
+        const auto place = [&unwritten](size_t track, size_t n) { return takeFirst(unwritten[track], n); };
+        const auto engine = [&](const AudioView& block, bool eof, bool completesBlock) {
+            return _engine->process(block, eof, completesBlock, _view->wanted, std::ref(place));
+        };
+        _stream.feed(input, std::ref(engine));
         _stream.succeed(last);
         return result;
     }
