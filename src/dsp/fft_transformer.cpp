@@ -97,14 +97,14 @@ const float* PFFFTTransformer::transformStaged(bool inverse) {
     return output;
 }
 
-const float* PFFFTTransformer::transformUnordered(bool inverse) {
+const float* PFFFTTransformer::unorderedTransform(bool inverse) {
     pffft_transform(_setup.get(), _input.get(), _output.get(), nullptr, inverse ? PFFFT_BACKWARD : PFFFT_FORWARD);
     return _output.get();
 }
 
 void PFFFTTransformer::planesOfStaged(float* real, float* imaginary) {
     if (_laneOrder) {
-        splitPlanes(transformUnordered(false), _size, real, imaginary);
+        splitPlanes(unorderedTransform(false), _size, real, imaginary);
         return;
     }
     const float* spectrum = transformStaged(false);
@@ -118,7 +118,7 @@ const float* PFFFTTransformer::signalOfPlanes(const float* real, const float* im
     float* spectrum = staging();
     if (_laneOrder) {
         joinPlanes(real, imaginary, _size, spectrum);
-        return transformUnordered(true);
+        return unorderedTransform(true);
     }
     for (size_t k = 0; k < _size / 2; ++k) {
         spectrum[2 * k] = real[k];

@@ -71,7 +71,7 @@ private:
 
     static Row makeRow(size_t length);
     bool hasLaneOrder();
-    const float* transformUnordered(bool inverse);
+    const float* unorderedTransform(bool inverse);
 
     std::unique_ptr<PFFFT_Setup, SetupDeleter> _setup;
     Row _input;

@@ -162,7 +162,6 @@ void ChunkProcessor::synthesise(const IndexRange& frames, const SplitAudio& bloc
     ModelOutput& spectra = _preproc->modelOutput(0);
     for (size_t i = 0; i < frames.count(); ++i) {
         _postproc->synthesise(spectra.frame(frames.begin + i), spectra.planeStride(), _hop.data(), _hopSize);
-        spectra.erase(frames.begin + i);
         for (size_t c = 0; _subtractFromInput && c < kOutputChannels; ++c)
             block.eachPiece(c, i * _hopSize, _hopSize, [&](const float* piece, size_t offset, size_t n) {
                 float* samples = _hop.data() + c * _hopSize + offset;

@@ -76,7 +76,6 @@ void MultiStemProcessor::synthesise(const IndexRange& frames, const std::vector<
             if (wanted[s]) _tracks[s].planes = _preproc.modelOutput(s).frame(frame);
         _synthesiser.advance(_tracks, planeStride);
         for (size_t s = 0; s < _stems; ++s) {
-            if (wanted[s]) _preproc.modelOutput(s).erase(frame);
             if (_tracks[s].out) write(s, _tracks[s].out);
         }
         if (_wantRest) write(_stems, restOf(block, i * _hop));

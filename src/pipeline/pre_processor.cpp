@@ -140,11 +140,12 @@ IndexRange PreProcessor::finalFrames(size_t newFrames, bool eof) {
 
 // The outputs as ordered spectra, frame after frame along the last axis: the given positions of that axis, from an
 // even one on.
-xt::xarray<float> PreProcessor::spectra(const IndexRange& positions) const {
+xt::xarray<float> PreProcessor::spectra(const IndexRange& positions) {
     const size_t bins = _fftSize / 2;
     auto result = xt::xarray<float>::from_shape({_outputCount, _channels, positions.count()});
     float* out = result.data();
-    for (const ModelOutput& output : _outputs) {
+    for (ModelOutput& output : _outputs) {
+        for (size_t f = positions.begin / _fftSize; f * _fftSize < positions.end; ++f) output.frame(f);
         for (size_t c = 0; c < _channels; ++c) {
             const float* real = output.frame(0) + 2 * c * output.planeStride();
             const float* imaginary = real + _frames * bins;

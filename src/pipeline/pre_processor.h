@@ -68,7 +68,7 @@ public:
     /// The same from two pieces. @param wanted which outputs will be read; the others may hold anything afterwards.
     std::optional<IndexRange> analyse(const SplitAudio& signal, bool eof, const std::vector<bool>& wanted);
 
-    /// Output `index` of the last model call, [2·channels, frames, fftSize / 2]. Frames may be erased once used.
+    /// Output `index` of the last model call, [2·channels, frames, fftSize / 2]. Reading a frame may write to it.
     ModelOutput& modelOutput(size_t index) { return _outputs[index]; }
 
 private:
@@ -77,7 +77,7 @@ private:
     void writeFrame(const SplitAudio& signal, size_t firstSample, size_t slot);
     bool runModel(const std::vector<bool>& wanted);
     IndexRange finalFrames(size_t newFrames, bool eof);
-    xt::xarray<float> spectra(const IndexRange& positions) const;
+    xt::xarray<float> spectra(const IndexRange& positions);
 
     size_t _channels;
     size_t _fftSize;
