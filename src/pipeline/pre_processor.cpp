@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "support/denormals.h"
 #include "support/log.h"
 #include "support/restrict.h"
 
@@ -103,6 +104,7 @@ void PreProcessor::writeFrame(const SplitAudio& signal, size_t firstSample, size
     const size_t bins = _fftSize / 2;
     const float* window = _window.data();
     float* staging = _fft.staging();
+    const DenormalsAsZero guard;
     for (size_t c = 0; c < _channels; ++c) {
         signal.eachPiece(c, firstSample, _fftSize, [=](const float* piece, size_t offset, size_t n) {
             multiply(piece, window + offset, staging + offset, n);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "pipeline/overlap_add.h"
+#include "support/denormals.h"
 
 namespace {
 
@@ -29,6 +30,7 @@ void StemSynthesiser::advance(const std::vector<Track>& tracks, size_t planeStri
         advanceWindowSum(_windowSquared.data(), _windowSum.data(), _gain.data(), _frame, _hop);
         --_framesToRepeat;
     }
+    const DenormalsAsZero guard;
     for (size_t s = 0; s < _stems.size(); ++s) {
         const Track& track = tracks[s];
         Stem& stem = _stems[s];
