@@ -1,21 +1,17 @@
 #include "tavrin/multi_stem_separator.h"
 
-#include <functional>
 #include <mutex>
-#include <optional>
 #include <stdexcept>
 #include <utility>
 
 #include "api/engine.h"
 #include "api/host_exceptions.h"
-#include "api/host_stream.h"
 #include "api/logging.h"
+#include "api/multi_stem_stream.h"
 #include "api/plain_bytes.h"
-#include "api/sample_layout.h"
 #include "inference/inference_onnx.h"
 #include "inference/model_contract.h"
 #include "inference/runtime.h"
-#include "pipeline/multi_stem_processor.h"
 #include "pipeline/stream_cutter.h"
 
 namespace tavrin {
@@ -77,42 +73,15 @@ class MultiStemSeparator::Impl {
 public:
     Impl(std::shared_ptr<MultiStemModel::Impl> model, const MultiStemConfig& config)
         : _view(std::make_shared<StreamsView>(std::move(model), selection(config.stems))),
-          _wantRest(config.rest),
-          _interleaved(config.interleaved),
-          _stream(config.interleaved) {
-        reset();
-    }
+          _stream(_view, config.rest, config.interleaved) {}
 
     void selectStems(const std::vector<Stem>& stems) { _view->wanted = selection(stems); }
 
     SeparatedStems process(const std::vector<float>& samples, bool last) {
-        const HostStream::Input input = _stream.open(samples, last);
-        SeparatedStems result;
-        std::array<AudioTarget, kStemCount + 1> unwritten;
-        const auto allocate = [&](size_t track, std::vector<float>& out) {
-            out.resize(2 * input.finished);  // a stem that has faded out leaves silence to the end
-            unwritten[track] = stereoTarget(out, _interleaved);
-        };
-        for (size_t s = 0; s < kStemCount; ++s)
-            if (_engine->sounds(s, _view->wanted)) allocate(s, result.stems[s]);
-        if (_wantRest) allocate(kStemCount, result.rest);
-
-        const auto place = [&unwritten](size_t track, size_t n) { return takeFirst(unwritten[track], n); };
-        const auto engine = [&](const AudioView& block, bool eof, bool completesBlock) {
-            return _engine->process(block, eof, completesBlock, _view->wanted, std::ref(place));
-        };
-        _stream.feed(input, std::ref(engine));
-        _stream.succeed(last);
-        return result;
+        return _stream.process(samples, last, _view->wanted);
     }
 
-    void reset() {
-        _stream.fail();
-        _engine.reset();  // first, so that there are never two
-        _engine = std::make_unique<MultiStemProcessor>(_view, kStemCount, Geometry::kFrameLength, Geometry::kHop,
-                                                       Geometry::kFrames, _wantRest);
-        _stream.reset();
-    }
+    void reset() { _stream.reset(); }
 
 private:
     /// The shared model as one stream sees it: with this stream's choice of stems.
@@ -129,10 +98,7 @@ private:
     };
 
     std::shared_ptr<StreamsView> _view;
-    bool _wantRest;
-    bool _interleaved;
-    std::unique_ptr<MultiStemProcessor> _engine;
-    HostStream _stream;
+    MultiStemStream _stream;
 };
 
 MultiStemSeparator::MultiStemSeparator(const MultiStemModel& model, MultiStemConfig config)
