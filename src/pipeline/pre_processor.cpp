@@ -65,7 +65,8 @@ std::optional<IndexRange> PreProcessor::analyse(const SplitAudio& signal, bool e
     requireBlock(signal);
     const size_t fresh = newFrames(samples);
     ageSpectrum(fresh);
-    for (size_t i = 0; i < fresh; ++i) writeFrame(signal, samples - _fftSize - i * _hopSize, _frames - 1 - i);
+    const size_t firstSample = samples - _fftSize - (fresh - 1) * _hopSize;
+    for (size_t i = 0; i < fresh; ++i) writeFrame(signal, firstSample + i * _hopSize, _frames - fresh + i);
     if (!runModel(wanted)) {
         TAVRIN_LOG(plog::error, kProcess) << "Inference failed";
         return std::nullopt;
