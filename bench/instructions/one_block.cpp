@@ -14,7 +14,6 @@ __attribute__((noinline)) void countedTransforms(BareTransforms& transforms) { t
 __attribute__((noinline)) void countedPipeline(tavrin::StreamSeparator& stream, const std::vector<float>& block) {
     stream.process(block);
 }
-
 }
 
 int main() {
