@@ -39,10 +39,11 @@ private:
     std::vector<std::vector<float>> _calls;
 };
 
-/// The same for several stems of a model that does nothing.
+/// The same for several stems.
 class SteadyStems {
 public:
-    explicit SteadyStems(size_t wanted) : _stream(std::make_shared<IdleModel>(), false, true), _wanted(6) {
+    SteadyStems(std::shared_ptr<IInference> model, size_t wanted)
+        : _stream(std::move(model), false, true), _wanted(tavrin::kStemCount) {
         std::fill_n(_wanted.begin(), wanted, true);
         _stream.process(std::vector<float>(2 * kFirstBlockSamples), false, _wanted);
         block();

@@ -67,8 +67,8 @@ struct SeparatedStems {
 ///
 /// One model call per block serves all stems; a stem that is off costs no synthesis. Output, latency and thread rules
 /// are those of StreamSeparator.
-/// Memory: 60 MiB per separator beside the model's own, up to 90 MiB during a call with all stems, the same after ten
-/// seconds and after ten hours; most of it are the model's six outputs.
+/// Memory: 61 MiB per separator beside the model's own, 63 MiB during a stream's first and last block, the same after
+/// ten seconds and after ten hours, most of it for the model's six outputs; plus what process() is given and returns.
 ///
 ///     tavrin::MultiStemSeparator separator(model, {.stems = {tavrin::Stem::vocals, tavrin::Stem::drums}});
 ///     while (read(block)) write(separator.process(block)[tavrin::Stem::vocals]);

@@ -18,8 +18,8 @@ namespace tavrin {
 /// of the other, and the bits are the same however the stream was cut.
 ///
 /// Latency: up to latency() samples per channel are held back until the model has heard enough.
-/// Memory: 22 MiB per separator beside the model's own, 31 MiB during a call, the same after ten seconds and after ten
-/// hours; plus what process() is given and returns.
+/// Memory: 23 MiB per separator beside the model's own, 25 MiB during a stream's first and last block, the same after
+/// ten seconds and after ten hours; plus what process() is given and returns.
 /// Threads: one stream, one thread at a time; separators on different threads may share a model. Construction reads
 /// the model registry, so serialise it with initializeModel() and its kin.
 /// Not for an audio callback: a call that completes a block runs the model, which takes as long as the model takes.

@@ -17,8 +17,6 @@
 /// Zeroing eight megabytes before every run would cost as much as an eighth of all transforms. Instead every frame
 /// carries two marks into the run, in its very first and very last bin, and a frame that comes out with both is zeroed
 /// when it is read: a model is taken to write a frame as a whole or not at all.
-///
-/// Memory that nobody has written to is not resident.
 class ModelOutput {
 public:
     /// @throws std::bad_alloc.

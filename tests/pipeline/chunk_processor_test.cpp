@@ -104,6 +104,17 @@ TEST(ChunkProcessor, hasNoOutputForAnEmptyStreamOrAFailedRun) {
     EXPECT_EQ(processor.process(xt::xarray<float>({2, 100}, 0.0f), true).dimension(), 0u);
 }
 
+TEST(ChunkProcessor, leavesDenormalNumbersToTheModelAndTheHost) {
+    const auto hasDenormals = [] {
+        volatile float tiny = 1e-39f;
+        return tiny * 1.0f != 0.0f;
+    };
+    bool inModel = false;
+    ChunkProcessor processor = makeSmall([&](auto&&...) { return inModel = hasDenormals(); });
+    processor.process(xt::xarray<float>({2, 100}, 1e-39f), true);
+    EXPECT_TRUE(inModel && hasDenormals());
+}
+
 TEST(ChunkProcessor, logsWhatItDoes) {
     ChunkProcessor processor = makeSmall();
     LogCapture log(plog::debug);
