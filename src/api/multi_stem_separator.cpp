@@ -108,6 +108,7 @@ public:
             result.stems[s] = stems[s].flatten(_interleaved);
         }
         result.rest = rest.flatten(_interleaved);
+        result.samples = total;
         _stream.succeed(last);
         return result;
     }
