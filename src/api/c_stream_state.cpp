@@ -7,8 +7,8 @@
 #include "api/c_call.h"
 
 size_t CStreamState::capacityFor(size_t samples) const {
-    if (samples > SIZE_MAX / (2 * sizeof(float)) - _held)
-        throw Refusal(TAVRIN_INVALID_ARGUMENT, "no memory holds " + std::to_string(samples) + " samples");
+    if (samples > PTRDIFF_MAX / (2 * sizeof(float)) - _held)
+        throw Refusal(TAVRIN_INVALID_ARGUMENT, std::to_string(samples) + " samples are more than memory can hold");
     return _held + samples;
 }
 
