@@ -56,8 +56,10 @@
 extern "C" {
 #endif
 
-/// How a call went. The numbers stay; later versions may add some.
-typedef enum tavrin_status {
+/// How a call went: one of the numbers below. They stay; later versions may add some.
+typedef int tavrin_status;
+
+enum tavrin_status_code {
     TAVRIN_OK = 0,
     TAVRIN_INVALID_ARGUMENT = 1,  ///< NULL, or a value outside its range; nothing has changed
     TAVRIN_BUFFER_TOO_SMALL = 2,  ///< less capacity than the call may need; nothing has changed
@@ -67,7 +69,7 @@ typedef enum tavrin_status {
     TAVRIN_CLOSED = 6,            ///< the stream has ended or failed; its reset function starts a new one
     TAVRIN_OUT_OF_MEMORY = 7,     ///< from a stream's process, finish or reset: the stream is closed
     TAVRIN_RUNTIME_TOO_OLD = 8    ///< the process has an ONNX Runtime older than the library needs
-} tavrin_status;
+};
 
 /// The name and the meaning of a status: "TAVRIN_CLOSED: the stream has ended or failed; …". Never NULL.
 TAVRIN_EXPORT const char* tavrin_status_text(tavrin_status status);
@@ -210,9 +212,9 @@ TAVRIN_EXPORT tavrin_status tavrin_multi_stream_capacity(const tavrin_multi_stre
 
 /// As tavrin_stream_process(), with an output buffer for each stem and for the rest.
 /// @param outputs TAVRIN_OUTPUT_COUNT pointers, each to room for 2 · capacity floats, indexed by tavrin_output. Every
-///        buffer receives `written` samples; that of a stem that is off, silence. NULL for a stem that is off, and for
-///        the rest when it is not wanted. A stem counts as off when its fade-out has been returned: give its buffer
-///        until then. May itself be NULL when `capacity` is 0.
+///        buffer receives `written` samples; that of a stem that is off, silence. It may be NULL for a stem that is
+///        off (which a stem is when its fade-out has been returned: give its buffer until then), and must be NULL for
+///        the rest unless that is wanted. `outputs` itself may be NULL when `capacity` is 0.
 TAVRIN_EXPORT tavrin_status tavrin_multi_stream_process(tavrin_multi_stream* stream, const float* input, size_t samples,
                                                         float* const* outputs, size_t capacity, size_t* written);
 

@@ -41,6 +41,5 @@ T& required(T* pointer, const char* name) {
     return *pointer;
 }
 
-/// Refuses a configuration of another size: one that is shorter than its first version, or longer than this one with
-/// fields that are set.
+/// Refuses a configuration that is shorter than ours, or longer with something set in what we do not know.
 void requireKnownFields(const void* config, size_t callersSize, size_t ourSize);
