@@ -3,6 +3,7 @@
 #   make demo [SONG=path]   separate a song, the demo's own or yours
 #   make test               build everything and run the tests
 #   make install            install below PREFIX
+#   make bench              one table of the library's speed and memory against its transforms: two minutes
 #   make stress             ten hours of audio, shared models, damaged models, failing memory: ten minutes
 #   make fuzz [SECONDS=300] each fuzzer for so long (clang)
 #   make format lint clean
@@ -14,7 +15,7 @@ BUILD := build/$(PRESET)
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
 
-.PHONY: all setup build demo test stress fuzz install format check-format lint clean
+.PHONY: all setup build demo test bench stress fuzz install format check-format lint clean
 .NOTPARALLEL:
 
 all: build
@@ -33,6 +34,12 @@ demo: build
 
 test: build
 	@ctest --test-dir $(BUILD) --output-on-failure --parallel $(JOBS)
+
+bench:
+	@scripts/setup.sh bench
+	@cmake --preset bench >/dev/null
+	@cmake --build build/bench --parallel $(JOBS)
+	@build/bench/bench/tavrin_bench
 
 stress: setup
 	@scripts/stress.sh

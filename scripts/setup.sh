@@ -3,6 +3,7 @@
 #
 #   scripts/setup.sh           everything that the build needs
 #   scripts/setup.sh songs     the recorded songs of the demo
+#   scripts/setup.sh bench     everything that the benchmarks need
 #
 # Every part is put together beside its place and moved there when it is complete and verified, so an interrupted
 # run leaves nothing that a later run would take for good. A second run downloads nothing.
@@ -20,6 +21,7 @@ readonly pffft_sha512="c77af3855198d35b44005b7e6be0fd4ff8cff30c79aff5d2e617ac305
 readonly header_packages=(libxtensor-dev=0.25.0-2 xtl-dev=0.7.7-1 libxsimd-dev=13.2.0-1 libplog-dev=1.1.10-2)
 readonly songs_package="fretsonfire-songs-sectoid=1.dfsg-4"
 readonly debian_suite="trixie"
+readonly bench_packages=(libbenchmark-dev)
 readonly system_packages=(pkg-config libsndfile1-dev libsoxr-dev libcli11-dev libgtest-dev)
 
 say() { printf 'setup: %s\n' "$*"; }
@@ -52,7 +54,7 @@ install_system_packages() {
     require cmake "apt-get install cmake g++"
     require dpkg-query "this script knows Debian; elsewhere install the dependencies and use plain CMake (see README)"
     local package missing=()
-    for package in "${system_packages[@]}"; do
+    for package in "${system_packages[@]}" "$@"; do
         [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
@@ -167,6 +169,7 @@ mkdir -p "$deps" || fail "cannot write $deps"
 stage=$(mktemp -d "$deps/stage.XXXXXX") || fail "cannot write $deps"
 case "${1:-build}" in
     build) install_system_packages; setup_runtime; setup_pffft; setup_headers ;;
+    bench) install_system_packages "${bench_packages[@]}"; setup_runtime; setup_pffft; setup_headers ;;
     songs) setup_songs ;;
-    *) fail "unknown part '$1': use 'songs' or nothing" ;;
+    *) fail "unknown part '$1': use 'songs', 'bench' or nothing" ;;
 esac

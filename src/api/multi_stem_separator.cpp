@@ -1,21 +1,17 @@
 #include "tavrin/multi_stem_separator.h"
 
-#include <functional>
 #include <mutex>
-#include <optional>
 #include <stdexcept>
 #include <utility>
 
 #include "api/engine.h"
 #include "api/host_exceptions.h"
-#include "api/host_stream.h"
 #include "api/logging.h"
+#include "api/multi_stem_stream.h"
 #include "api/plain_bytes.h"
-#include "api/sample_layout.h"
 #include "inference/inference_onnx.h"
 #include "inference/model_contract.h"
 #include "inference/runtime.h"
-#include "pipeline/multi_stem_processor.h"
 #include "pipeline/stream_cutter.h"
 
 namespace tavrin {
@@ -77,49 +73,15 @@ class MultiStemSeparator::Impl {
 public:
     Impl(std::shared_ptr<MultiStemModel::Impl> model, const MultiStemConfig& config)
         : _view(std::make_shared<StreamsView>(std::move(model), selection(config.stems))),
-          _wantRest(config.rest),
-          _interleaved(config.interleaved),
-          _stream(config.interleaved) {
-        reset();
-    }
+          _stream(_view, config.rest, config.interleaved) {}
 
     void selectStems(const std::vector<Stem>& stems) { _view->wanted = selection(stems); }
 
     SeparatedStems process(const std::vector<float>& samples, bool last) {
-        std::array<StereoRows, kStemCount> stems;
-        StereoRows rest;
-        size_t total = 0;
-        const auto engine = [&](xt::xarray<float> block, bool eof, bool completesBlock) {
-            const std::optional<MultiStemProcessor::Output> output =
-                _engine->process(std::move(block), eof, completesBlock, _view->wanted);
-            if (!output) return false;
-            total += output->samples;
-            for (size_t s = 0; s < kStemCount; ++s)
-                if (output->stems[s].dimension() == 2) stems[s].append(output->stems[s]);
-            if (_wantRest) rest.append(output->rest);
-            return true;
-        };
-        _stream.process(samples, last, std::ref(engine));
-
-        SeparatedStems result;
-        for (size_t s = 0; s < kStemCount; ++s) {
-            // A stem that faded out in the first block of several is silent in the others.
-            if (stems[s].samples() > 0) stems[s].extend(total);
-            result.stems[s] = stems[s].flatten(_interleaved);
-        }
-        result.rest = rest.flatten(_interleaved);
-        result.samples = total;
-        _stream.succeed(last);
-        return result;
+        return _stream.process(samples, last, _view->wanted);
     }
 
-    void reset() {
-        _stream.fail();
-        _engine.reset();  // first, so that there are never two
-        _engine = std::make_unique<MultiStemProcessor>(_view, kStemCount, Geometry::kFrameLength, Geometry::kHop,
-                                                       Geometry::kFrames, _wantRest);
-        _stream.reset();
-    }
+    void reset() { _stream.reset(); }
 
 private:
     /// The shared model as one stream sees it: with this stream's choice of stems.
@@ -136,10 +98,7 @@ private:
     };
 
     std::shared_ptr<StreamsView> _view;
-    bool _wantRest;
-    bool _interleaved;
-    std::unique_ptr<MultiStemProcessor> _engine;
-    HostStream _stream;
+    MultiStemStream _stream;
 };
 
 MultiStemSeparator::MultiStemSeparator(const MultiStemModel& model, MultiStemConfig config)

@@ -22,15 +22,14 @@ public:
 
     // The separated samples that `samples`, and the end of the stream if this is the `last` call, make final.
     std::vector<float> process(const std::vector<float>& samples, bool last) {
-        StereoRows finished;
-        const auto engine = [&](xt::xarray<float> block, bool eof, bool /*completesBlock*/) {
-            const xt::xarray<float> result = _engine->process(std::move(block), eof);
-            if (result.dimension() != 2) return false;
-            finished.append(result);
-            return true;
+        const HostStream::Input input = _stream.open(samples, last);
+        std::vector<float> out(2 * input.finished);
+        AudioTarget unwritten = stereoTarget(out, _config.interleaved);
+        const auto place = [&unwritten](size_t n) { return takeFirst(unwritten, n); };
+        const auto engine = [&](const AudioView& block, bool eof, bool /*completesBlock*/) {
+            return _engine->process(block, eof, std::ref(place));
         };
-        _stream.process(samples, last, std::ref(engine));
-        std::vector<float> out = finished.flatten(_config.interleaved);
+        _stream.feed(input, std::ref(engine));
         _stream.succeed(last);
         return out;
     }

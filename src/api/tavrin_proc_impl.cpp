@@ -5,6 +5,7 @@
 
 #include "api/engine.h"
 #include "api/sample_layout.h"
+#include "support/interleaving.h"
 
 namespace tavrin {
 
@@ -20,7 +21,7 @@ std::vector<float> TavrinProcImpl::process(const std::vector<float>& samples, bo
     if (_interleaved) {
         block = deinterleave(samples.data(), samples.size() / static_cast<size_t>(_channels));
     } else {
-        const size_t frames = stereoSource(samples, false).samples;
+        const size_t frames = stereoView(samples, false).samples;
         block = xt::xarray<float>::from_shape({2, frames});
         std::copy(samples.begin(), samples.end(), block.begin());
     }
@@ -34,18 +35,13 @@ size_t TavrinProcImpl::maxInputSize() { return _chunkProcessor->maxInputSize(); 
 
 xt::xarray<float> TavrinProcImpl::deinterleave(const float* data, size_t frames) {
     auto rows = xt::xarray<float>::from_shape({2, frames});
-    float* left = rows.data();
-    float* right = left + frames;
-    for (size_t i = 0; i < frames; ++i) {
-        left[i] = data[2 * i];
-        right[i] = data[2 * i + 1];
-    }
+    ::deinterleave(data, frames, rows.data(), rows.data() + frames);
     return rows;
 }
 
 xt::xarray<float> TavrinProcImpl::interleave(const float* data, size_t frames) {
     auto samples = xt::xarray<float>::from_shape({2 * frames});
-    writeStereo(data, data + frames, frames, true, samples.data());
+    ::interleave(data, data + frames, frames, samples.data());
     return samples;
 }
 

@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "dsp/lane_order.h"
+
 namespace {
 
 constexpr size_t kPadding = 2;
@@ -45,8 +47,20 @@ PFFFTTransformer::PFFFTTransformer(size_t N, bool padded)
       _input(makeRow(N + kPadding)),
       _output(makeRow(N + kPadding)),
       _padded(padded),
-      _size(N) {
+      _size(N),
+      _laneOrder(hasLaneOrder()) {}
+
+// PFFFT does not promise an order of its own, and builds without SIMD have another one: it is read off the library.
+bool PFFFTTransformer::hasLaneOrder() {
     if (!_setup) throw std::bad_alloc();
+    // A float counts exactly up to here.
+    if (_size > size_t{1} << std::numeric_limits<float>::digits) return false;
+    for (size_t i = 0; i < _size; ++i) _input.get()[i] = static_cast<float>(i);
+    pffft_zreorder(_setup.get(), _input.get(), _output.get(), PFFFT_BACKWARD);
+    const bool matches = isLaneOrder(_output.get(), _size);
+    std::fill_n(_input.get(), _size, 0.0f);
+    std::fill_n(_output.get(), _size, 0.0f);
+    return matches;
 }
 
 PFFFTTransformer::~PFFFTTransformer() = default;
@@ -81,4 +95,34 @@ const float* PFFFTTransformer::transformStaged(bool inverse) {
     pffft_transform_ordered(_setup.get(), _input.get(), output, nullptr, inverse ? PFFFT_BACKWARD : PFFFT_FORWARD);
     if (!inverse) output[1] = 0.0f;
     return output;
+}
+
+const float* PFFFTTransformer::unorderedTransform(bool inverse) {
+    pffft_transform(_setup.get(), _input.get(), _output.get(), nullptr, inverse ? PFFFT_BACKWARD : PFFFT_FORWARD);
+    return _output.get();
+}
+
+void PFFFTTransformer::planesOfStaged(float* real, float* imaginary) {
+    if (_laneOrder) {
+        splitPlanes(unorderedTransform(false), _size, real, imaginary);
+        return;
+    }
+    const float* spectrum = transformStaged(false);
+    for (size_t k = 0; k < _size / 2; ++k) {
+        real[k] = spectrum[2 * k];
+        imaginary[k] = spectrum[2 * k + 1];
+    }
+}
+
+const float* PFFFTTransformer::signalOfPlanes(const float* real, const float* imaginary) {
+    float* spectrum = staging();
+    if (_laneOrder) {
+        joinPlanes(real, imaginary, _size, spectrum);
+        return unorderedTransform(true);
+    }
+    for (size_t k = 0; k < _size / 2; ++k) {
+        spectrum[2 * k] = real[k];
+        spectrum[2 * k + 1] = imaginary[k];
+    }
+    return transformStaged(true);
 }

@@ -54,6 +54,12 @@ public:
     /// the signal. @return N floats, valid until the next call.
     const float* transformStaged(bool inverse);
 
+    /// Forward transform of staging() into separate planes of N/2 real and imaginary parts; imaginary[0] becomes 0.
+    void planesOfStaged(float* real, float* imaginary);
+    /// Inverse transform of such planes, imaginary[0] standing in the Nyquist slot; staging() is overwritten.
+    /// @return N samples, N times the signal, valid until the next call.
+    const float* signalOfPlanes(const float* real, const float* imaginary);
+
 private:
     struct SetupDeleter {
         void operator()(PFFFT_Setup* setup) const noexcept;
@@ -64,10 +70,13 @@ private:
     using Row = std::unique_ptr<float, RowDeleter>;
 
     static Row makeRow(size_t length);
+    bool hasLaneOrder();
+    const float* unorderedTransform(bool inverse);
 
     std::unique_ptr<PFFFT_Setup, SetupDeleter> _setup;
     Row _input;
     Row _output;
     bool _padded;
     size_t _size;
+    bool _laneOrder;  // PFFFT's own order of a spectrum is the one that lane_order.h knows
 };

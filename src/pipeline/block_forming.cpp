@@ -2,10 +2,7 @@
 
 #include <algorithm>
 
-xt::xarray<float> takeFullBlock(BufferAggregator& queue, size_t needed, size_t frame, bool first) {
-    const size_t wanted = first ? needed - frame : needed;
-    return queue.get(std::min(wanted, queue.length()), frame);
-}
+#include "support/interleaving.h"
 
 BlockEdges BlockEdges::of(size_t length, size_t frame, size_t hop, bool first, bool last) {
     BlockEdges edges;
@@ -19,45 +16,43 @@ BlockEdges BlockEdges::of(size_t length, size_t frame, size_t hop, bool first, b
     return edges;
 }
 
-xt::xarray<float> padBlock(xt::xarray<float> block, const BlockEdges& edges) {
-    if (edges.left + edges.right() == 0) return block;
-    const size_t channels = block.shape(0);
-    const size_t length = block.shape(1);
-    auto padded = xt::xarray<float>::from_shape({channels, edges.left + length + edges.right()});
-    for (size_t c = 0; c < channels; ++c) {
-        const float* source = block.data() + c * length;
-        float* begin = padded.data() + c * padded.shape(1) + edges.left;
-        float* end = std::copy_n(source, length, begin);
-        end = std::reverse_copy(source + length - 1 - edges.rightMirror, source + length - 1, end);
+PaddedBlock::PaddedBlock(const SplitAudio& block, const BlockEdges& edges) : _audio(block) {
+    if (edges.total() == 0) return;
+    const size_t length = block.samples();
+    _padded = xt::xarray<float>::from_shape({block.channels(), length + edges.total()});
+    for (size_t c = 0; c < block.channels(); ++c) {
+        float* begin = _padded.data() + c * _padded.shape(1) + edges.left;
+        block.copy(c, 0, length, begin);
+        float* end = begin + length;
+        end = std::reverse_copy(end - 1 - edges.rightMirror, end - 1, end);
         std::fill_n(end, edges.rightZeros, 0.0f);
         std::reverse_copy(begin + 1, begin + 1 + edges.left, begin - edges.left);
     }
-    return padded;
+    _audio = {viewOf(_padded), {}};
 }
 
-xt::xarray<float> trimBlock(xt::xarray<float> block, size_t left, size_t tail, size_t right) {
-    if (left + tail + right == 0) return block;
-    const size_t channels = block.shape(0);
-    const size_t columns = block.shape(1);
-    const size_t first = std::min(left, columns);
-    const size_t kept = columns - first + tail;
-    const size_t length = kept - std::min(right, kept);
-    const size_t copied = std::min(length, columns - first);
-    auto result = xt::xarray<float>::from_shape({channels, length});
-    for (size_t c = 0; c < channels; ++c) {
-        float* row = result.data() + c * length;
-        std::copy_n(block.data() + c * columns + first, copied, row);
-        std::fill(row + copied, row + length, 0.0f);
-    }
-    return result;
+size_t BlockOutput::trimmed(size_t columns, const BlockEdges& edges, size_t tail) {
+    const size_t kept = columns - std::min(edges.left, columns) + tail;
+    return kept - std::min(edges.right(), kept);
 }
 
-void subtractFromBlock(const xt::xarray<float>& block, xt::xarray<float>& separated) {
-    const size_t columns = separated.shape(1);
-    if (columns > block.shape(1)) throw xt::broadcast_error("more separated samples than their block has");
-    for (size_t c = 0; c < separated.shape(0); ++c) {
-        const float* input = block.data() + c * block.shape(1);
-        float* output = separated.data() + c * columns;
-        for (size_t i = 0; i < columns; ++i) output[i] = input[i] - output[i];
+void BlockOutput::write(const float* left, const float* right, size_t n) {
+    const size_t skipped = std::min(_left, n);
+    _left -= skipped;
+    left += skipped;
+    right += skipped;
+    const size_t count = std::min(n - skipped, _rest.samples);
+    if (_rest.step == 1) {
+        std::copy_n(left, count, _rest.row(0));
+        std::copy_n(right, count, _rest.row(1));
+    } else {
+        interleave(left, right, count, _rest.data);
     }
+    _rest = _rest.dropFirst(count);
+}
+
+void BlockOutput::finish() {
+    for (size_t c = 0; c < _rest.channels; ++c)
+        for (size_t i = 0; i < _rest.samples; ++i) _rest.row(c)[i * _rest.step] = 0.0f;
+    _rest = _rest.first(0);
 }

@@ -1,17 +1,11 @@
 /// @file
-/// How a stream becomes blocks for model calls, and how their output becomes the stream's again. Blocks are stereo or
-/// wider [channels, samples] tensors.
+/// How a stream becomes blocks for model calls, and how their output becomes the stream's again.
 #pragma once
 
 #include <cstddef>
 
-#include "pipeline/buffer_aggregator.h"
+#include "support/audio_view.h"
 #include "support/tensor.h"
-
-/// Takes the next block from a queue that holds one, leaving its last frame queued.
-/// @param needed samples that fill the coming model call. @param first true for the stream's first block, which gains a
-///        frame by padding.
-xt::xarray<float> takeFullBlock(BufferAggregator& queue, size_t needed, size_t frame, bool first);
 
 /// Samples that a stream's first and last blocks gain on their outer sides, so that every sample lies in full frames.
 /// Mirrored samples do not repeat the edge sample; a block shorter than the mirror image asked for is continued with
@@ -22,6 +16,7 @@ struct BlockEdges {
     size_t rightZeros = 0;   ///< zeros after the mirrored samples
 
     size_t right() const { return rightMirror + rightZeros; }
+    size_t total() const { return left + right(); }
 
     /// @param length samples of the block, at least 1.
     /// @param first true for the stream's first block: one frame on the left.
@@ -29,13 +24,36 @@ struct BlockEdges {
     static BlockEdges of(size_t length, size_t frame, size_t hop, bool first, bool last);
 };
 
-/// Returns [channels, left + samples + right]; the block itself when nothing is added.
-xt::xarray<float> padBlock(xt::xarray<float> block, const BlockEdges& edges);
+/// A block with its edges, copied only when there are any.
+class PaddedBlock {
+public:
+    PaddedBlock(const SplitAudio& block, const BlockEdges& edges);
+    PaddedBlock(const PaddedBlock&) = delete;
+    PaddedBlock& operator=(const PaddedBlock&) = delete;
 
-/// Returns the columns of a block from `left` on, continued by `tail` zeros, without the last `right` columns of that;
-/// the block itself when nothing changes. Never less than nothing.
-xt::xarray<float> trimBlock(xt::xarray<float> block, size_t left, size_t tail, size_t right);
+    const SplitAudio& audio() const { return _audio; }
 
-/// separated ← block − separated, over the columns of `separated`.
-/// @throws xt::broadcast_error when `separated` has more columns than the block.
-void subtractFromBlock(const xt::xarray<float>& block, xt::xarray<float>& separated);
+private:
+    xt::xarray<float> _padded;
+    SplitAudio _audio;
+};
+
+/// The finished columns of a block, as they come, without those that only the edges gave.
+class BlockOutput {
+public:
+    /// Columns that are left of `columns` when `edges` are cut off and `tail` zeros stand behind. Never less than none.
+    static size_t trimmed(size_t columns, const BlockEdges& edges, size_t tail);
+
+    /// @param target as many samples as trimmed() says, stereo. @param left columns that are cut off at the start.
+    BlockOutput(const AudioTarget& target, size_t left) : _rest(target), _left(left) {}
+
+    /// The next n columns; what lies beyond the target is cut off.
+    void write(const float* left, const float* right, size_t n);
+
+    /// Silence in what is left of the target.
+    void finish();
+
+private:
+    AudioTarget _rest;
+    size_t _left;
+};

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/interleaving.h"
 #include "support/log.h"
 
 namespace {
@@ -18,6 +19,21 @@ constexpr const char* kGet = "xt::xarray<float> BufferAggregator::get(size_t, si
 size_t requireCapacity(size_t size) {
     if (size == 0) throw std::invalid_argument("BufferAggregator: a queue of capacity 0 can hold nothing");
     return size;
+}
+
+[[noreturn]] void refuse(size_t rank, size_t values) {
+    throw std::invalid_argument("BufferAggregator::add: a block of rank " + std::to_string(rank) + " with " +
+                                std::to_string(values) + " values is not what this queue holds");
+}
+
+// Copies n samples of every row of `from` into rows at a distance of `stride`.
+void copyRows(const AudioView& from, size_t n, float* to, size_t stride) {
+    if (from.step == 2 && from.channels == 2) {
+        deinterleave(from.data, n, to, to + stride);
+        return;
+    }
+    for (size_t c = 0; c < from.channels; ++c)
+        for (size_t i = 0; i < n; ++i) to[c * stride + i] = from.row(c)[i * from.step];
 }
 
 }  // namespace
@@ -41,23 +57,29 @@ BufferAggregator::BufferAggregator(size_t channels, size_t size, int batch) : _b
 
 void BufferAggregator::add(xt::xarray<float> chunk) {
     const size_t rank = chunk.dimension();
-    const size_t n = rank == 0 ? 0 : chunk.shape(rank - 1);
-    const bool fits = _buffer.dimension() == 3 && (rank == 2 || (rank == 3 && chunk.shape(0) == _buffer.shape(0))) &&
-                      chunk.shape(rank - 2) == _buffer.shape(1);
-    if (!fits)
-        throw std::invalid_argument("BufferAggregator::add: a block of rank " + std::to_string(rank) + " with " +
-                                    std::to_string(chunk.size()) + " values is not what this queue holds");
-    if (!canAccept(n)) throw std::runtime_error("Buffer overflow: cannot accept chunk of size " + std::to_string(n));
+    if (rank == 2) return append(viewOf(chunk));
+    const bool fits = _buffer.dimension() == 3 && rank == 3 && chunk.shape(0) == _buffer.shape(0) &&
+                      chunk.shape(1) == _buffer.shape(1);
+    if (!fits) refuse(rank, chunk.size());
+    appendRows({chunk.data(), chunk.shape(0) * chunk.shape(1), chunk.shape(2), chunk.shape(2)});
+}
 
+void BufferAggregator::append(const AudioView& chunk) {
+    if (_buffer.dimension() != 3 || chunk.channels != _buffer.shape(1)) refuse(2, chunk.channels * chunk.samples);
+    appendRows(chunk);
+}
+
+// Rows for the whole buffer, or those of one batch row for each.
+void BufferAggregator::appendRows(const AudioView& chunk) {
+    const size_t n = chunk.samples;
+    if (!canAccept(n)) throw std::runtime_error("Buffer overflow: cannot accept chunk of size " + std::to_string(n));
     const size_t write = wrapped(_start + _length);
     const size_t first = std::min(n, capacity() - write);  // what fits before the ring's end
     const size_t rows = _buffer.shape(0) * _buffer.shape(1);
-    const size_t sourceRows = chunk.size() / std::max<size_t>(n, 1);
-    for (size_t r = 0; r < rows && n > 0; ++r) {
-        const float* source = chunk.data() + (r % sourceRows) * n;
+    for (size_t r = 0; r < rows && n > 0; r += chunk.channels) {
         float* ring = _buffer.data() + r * capacity();
-        std::copy_n(source, first, ring + write);
-        std::copy_n(source + first, n - first, ring);
+        copyRows(chunk, first, ring + write, capacity());
+        copyRows(chunk.dropFirst(first), n - first, ring, capacity());
     }
     _length += n;
 }
@@ -75,27 +97,49 @@ bool BufferAggregator::canReturn(size_t n) const {
 
 xt::xarray<float> BufferAggregator::get(size_t size, size_t keep) {
     if (size == 0) size = _length;
+    if (!isTakeable(size, keep)) return {};
+    xt::xarray<float> out = copyOf(oldest(size));
+    drop(size - keep);
+    return out;
+}
+
+std::optional<SplitAudio> BufferAggregator::take(size_t size, size_t keep) {
+    if (size == 0) size = _length;
+    if (!isTakeable(size, keep)) return std::nullopt;
+    const SplitAudio samples = oldest(size);
+    drop(size - keep);
+    return samples;
+}
+
+bool BufferAggregator::isTakeable(size_t size, size_t keep) const {
     if (!canReturn(size)) {
         TAVRIN_LOG(plog::warning, kGet) << "BufferAggregator::get - cannot return requested size: " << size
                                         << ", current length: " << _length;
-        return {};
+        return false;
     }
     if (keep > size)
         throw std::invalid_argument("BufferAggregator::get: cannot keep " + std::to_string(keep) + " of " +
                                     std::to_string(size) + " samples");
-    xt::xarray<float> out = read(size);
-    const size_t consumed = size - keep;
-    _start = wrapped(_start + consumed);
-    _length -= consumed;
-    return out;
+    return true;
+}
+
+void BufferAggregator::drop(size_t count) {
+    _start = wrapped(_start + count);
+    _length -= count;
 }
 
 xt::xarray<float> BufferAggregator::flush() {
     if (_length == 0) return xt::xarray<float>::from_shape({_buffer.shape(0), _buffer.shape(1), size_t{0}});
-    xt::xarray<float> out = read(_length);
+    xt::xarray<float> out = copyOf(oldest(_length));
+    takeAll();
+    return out;
+}
+
+SplitAudio BufferAggregator::takeAll() {
+    const SplitAudio samples = oldest(_length);
     _length = 0;
     _start = 0;
-    return out;
+    return samples;
 }
 
 size_t BufferAggregator::length() const { return _length; }
@@ -107,19 +151,20 @@ size_t BufferAggregator::wrapped(size_t position) const {
 
 size_t BufferAggregator::capacity() const { return _buffer.dimension() == 3 ? _buffer.shape(2) : 0; }
 
-// The oldest `size` samples in order, in the queue's own rank.
-xt::xarray<float> BufferAggregator::read(size_t size) const {
-    const size_t batch = _batch >= 2 ? _buffer.shape(0) : 1;
-    const size_t channels = _buffer.shape(1);
-    std::vector<size_t> shape = {channels, size};
-    if (_batch >= 2) shape.insert(shape.begin(), batch);
-    auto out = xt::xarray<float>::from_shape(shape);
+// The oldest `size` samples of all rows.
+SplitAudio BufferAggregator::oldest(size_t size) const {
+    const size_t rows = _buffer.shape(0) * _buffer.shape(1);
     const size_t first = std::min(size, capacity() - _start);
-    for (size_t r = 0; r < batch * channels; ++r) {
-        const float* ring = _buffer.data() + r * capacity();
-        float* row = out.data() + r * size;
-        std::copy_n(ring + _start, first, row);
-        std::copy_n(ring, size - first, row + first);
-    }
+    const float* ring = _buffer.data();
+    return {{ring + _start, rows, first, capacity()}, {ring, rows, size - first, capacity()}};
+}
+
+// In the queue's own rank.
+xt::xarray<float> BufferAggregator::copyOf(const SplitAudio& samples) const {
+    std::vector<size_t> shape = {_buffer.shape(1), samples.samples()};
+    if (_batch >= 2) shape.insert(shape.begin(), _buffer.shape(0));
+    auto out = xt::xarray<float>::from_shape(shape);
+    for (size_t r = 0; r < samples.channels(); ++r)
+        samples.copy(r, 0, samples.samples(), out.data() + r * samples.samples());
     return out;
 }

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 
+#include "support/audio_view.h"
 #include "support/tensor.h"
 #include "tavrin/export.h"
 
@@ -49,10 +51,25 @@ public:
     /// Samples held, per channel.
     size_t length() const;
 
+    /// add() from wherever the block is, rows or interleaved.
+    void append(const AudioView& chunk);
+
+    /// get() without the copy, for `keep` up to the `size` taken.
+    /// @return the taken samples of every row, valid until the next append() or add(); nothing in the place of the
+    ///         rank-0 tensor.
+    std::optional<SplitAudio> take(size_t size, size_t keep);
+
+    /// flush() without the copy, [channels, 0] from an empty queue.
+    SplitAudio takeAll();
+
 private:
     size_t capacity() const;
     size_t wrapped(size_t position) const;
-    xt::xarray<float> read(size_t size) const;
+    void appendRows(const AudioView& chunk);
+    bool isTakeable(size_t size, size_t keep) const;
+    SplitAudio oldest(size_t size) const;
+    void drop(size_t count);
+    xt::xarray<float> copyOf(const SplitAudio& samples) const;
 
     xt::xarray<float> _buffer;  // [batch, channels, capacity]
     size_t _length = 0;

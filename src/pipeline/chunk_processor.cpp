@@ -35,9 +35,12 @@ void requireGeometry(size_t channels, size_t fftSize, size_t hopSize, size_t fra
                                     std::to_string(fftSize) + " samples and its overlap");
 }
 
-void logPeak(const xt::xarray<float>& block) {
+void logPeak(const SplitAudio& block) {
     float peak = std::numeric_limits<float>::lowest();
-    for (const float sample : block) peak = std::max(peak, std::abs(sample));
+    for (size_t c = 0; c < block.channels(); ++c)
+        block.eachPiece(c, 0, block.samples(), [&peak](const float* piece, size_t, size_t n) {
+            for (size_t i = 0; i < n; ++i) peak = std::max(peak, std::abs(piece[i]));
+        });
     if (peak > kLoudPeak) {
         TAVRIN_LOG(plog::info, kProcess) << "MAX2: [" << peak << "]";
     }
@@ -52,7 +55,8 @@ ChunkProcessor::ChunkProcessor(const std::shared_ptr<IInference>& inference, siz
       _hopSize(hopSize),
       _reserved(reserved),
       _frameCount(frameCount),
-      _subtractFromInput(subtractFromInput) {
+      _subtractFromInput(subtractFromInput),
+      _hop(kOutputChannels * hopSize) {
     requireGeometry(channels, fftSize, hopSize, frameCount);
     const std::vector<float> coefficients = getWindow(WindowType::Blackman, static_cast<int>(fftSize));
     auto window = xt::xtensor<float, 1>::from_shape({fftSize});
@@ -73,38 +77,54 @@ xt::xarray<float> ChunkProcessor::process(xt::xarray<float> input, bool eof) {
     if (input.dimension() != 2)
         throw std::invalid_argument("ChunkProcessor: a block of rank " + std::to_string(input.dimension()) +
                                     "; it must be [channels, samples]");
-    TAVRIN_LOG(plog::debug, kProcess) << "ChunkProcessor::process input shape: " << input.shape(0) << "x"
-                                      << input.shape(1) << ", eof: " << eof;
-    if (eof) requireFramesForRest(input.shape(1));
-    _inputAggregator.add(std::move(input));
+    xt::xarray<float> result;
+    process(viewOf(input), eof, [&result](size_t samples) {
+        result = xt::xarray<float>::from_shape({kOutputChannels, samples});
+        return targetIn(result);
+    });
+    return result;
+}
+
+bool ChunkProcessor::process(const AudioView& input, bool eof, const Output& output) {
+    TAVRIN_LOG(plog::debug, kProcess) << "ChunkProcessor::process input shape: " << input.channels << "x"
+                                      << input.samples << ", eof: " << eof;
+    if (eof) requireFramesForRest(input.samples);
+    _inputAggregator.append(input);
     TAVRIN_CHECK(!eof || _inputAggregator.length() <= _preproc->needData());
 
-    xt::xarray<float> block = takeBlock(eof);
-    if (block.dimension() == 0) return {};
-    if (block.shape(1) == 0) return xt::xarray<float>::from_shape({kOutputChannels, 0});
-
-    const BlockEdges edges = BlockEdges::of(block.shape(1), _fftSize, _hopSize, _firstChunk, eof);
-    block = padBlock(std::move(block), edges);
+    const std::optional<SplitAudio> queued = takeBlock(eof);
+    if (!queued) return false;
+    if (queued->samples() == 0) {
+        output(0);
+        return true;
+    }
+    const BlockEdges edges = BlockEdges::of(queued->samples(), _fftSize, _hopSize, _firstChunk, eof);
+    const PaddedBlock padded(*queued, edges);
+    const SplitAudio& block = padded.audio();
     if (std::exchange(_firstChunk, false)) logPeak(block);
-    TAVRIN_LOG(plog::debug, kProcess) << "Data prepared for preprocessing, shape: " << block.shape(0) << "x"
-                                      << block.shape(1);
+    TAVRIN_LOG(plog::debug, kProcess) << "Data prepared for preprocessing, shape: " << block.channels() << "x"
+                                      << block.samples();
 
     // From the second output on, the block's first frame was a new frame of the previous call.
-    const AudioView signal = viewOf(block).dropFirst(_firstOutput ? 0 : _hopSize);
-    const std::optional<IndexRange> frames = _preproc->analyse(signal, eof);
-    if (!frames) return {};
+    const SplitAudio signal = block.dropFirst(_firstOutput ? 0 : _hopSize);
+    const std::optional<IndexRange> frames = _preproc->analyse(signal, eof, _wanted);
+    if (!frames) return false;
+    const size_t columns = frames->count() * _hopSize;
     TAVRIN_LOG(plog::debug, kProcess) << "Preprocessed data shape: 1x" << _channels << "x"
                                       << frames->count() * _fftSize;
+    if (_subtractFromInput && columns > block.samples())
+        throw xt::broadcast_error("more separated samples than their block has");
 
-    xt::xarray<float> result = synthesise(*frames);
-    if (_subtractFromInput) subtractFromBlock(block, result);
-    const size_t left = std::exchange(_firstOutput, false) ? edges.left : 0;
     // The stream ends with silence in the place of the unfinished tail, which lies in the padding.
-    const size_t tail = eof ? _postproc->flush().shape(1) : 0;
-    result = trimBlock(std::move(result), left, tail, edges.right());
-    TAVRIN_LOG(plog::debug, kProcess) << "ChunkProcessor::process result shape: " << result.shape(0) << "x"
-                                      << result.shape(1);
-    return result;
+    const size_t tail = eof ? _postproc->pending() : 0;
+    BlockEdges trimmed = edges;
+    if (!std::exchange(_firstOutput, false)) trimmed.left = 0;
+    const size_t samples = BlockOutput::trimmed(columns, trimmed, tail);
+    BlockOutput target(output(samples), trimmed.left);
+    synthesise(*frames, block, target);
+    target.finish();
+    TAVRIN_LOG(plog::debug, kProcess) << "ChunkProcessor::process result shape: " << kOutputChannels << "x" << samples;
+    return true;
 }
 
 size_t ChunkProcessor::maxInputSize() { return _preproc->needData() - 2 * _fftSize; }
@@ -123,28 +143,30 @@ void ChunkProcessor::requireFramesForRest(size_t incoming) const {
                                     std::to_string(_frameCount));
 }
 
-// The next block from the queue: rank 0 when it is not ready, [channels, 0] at the end of an empty stream.
-xt::xarray<float> ChunkProcessor::takeBlock(bool eof) {
+// The next block from the queue: nothing when it is not ready, no samples at the end of an empty stream.
+std::optional<SplitAudio> ChunkProcessor::takeBlock(bool eof) {
     if (eof) {
         TAVRIN_LOG(plog::debug, kProcess) << "Processing EOF";
-        if (_inputAggregator.length() == 0) return xt::xarray<float>::from_shape({_channels, 0});
-        return _inputAggregator.flush();
+        return _inputAggregator.takeAll();
     }
     if (!_inputAggregator.canReturn(maxInputSize())) {
         TAVRIN_LOG(plog::debug, kProcess) << "Not enough data to process, returning empty";
-        return {};
+        return std::nullopt;
     }
-    return takeFullBlock(_inputAggregator, _preproc->needData(), _fftSize, _firstChunk);
+    const size_t wanted = _preproc->needData() - (_firstChunk ? _fftSize : 0);
+    return _inputAggregator.take(std::min(wanted, _inputAggregator.length()), _fftSize);
 }
 
-// Overlap-adds the given frames of the model's output: [2, frames · hop].
-xt::xarray<float> ChunkProcessor::synthesise(const IndexRange& frames) {
-    const xt::xarray<float>& output = _preproc->modelOutput(0);
-    const size_t bins = output.shape(2);
-    const size_t columns = frames.count() * _hopSize;
-    auto result = xt::xarray<float>::from_shape({kOutputChannels, columns});
-    for (size_t i = 0; i < frames.count(); ++i)
-        _postproc->synthesise(output.data() + (frames.begin + i) * bins, _frameCount * bins,
-                              result.data() + i * _hopSize, columns);
-    return result;
+// Overlap-adds the given frames of the model's output.
+void ChunkProcessor::synthesise(const IndexRange& frames, const SplitAudio& block, BlockOutput& output) {
+    ModelOutput& spectra = _preproc->modelOutput(0);
+    for (size_t i = 0; i < frames.count(); ++i) {
+        _postproc->synthesise(spectra.frame(frames.begin + i), spectra.planeStride(), _hop.data(), _hopSize);
+        for (size_t c = 0; _subtractFromInput && c < kOutputChannels; ++c)
+            block.eachPiece(c, i * _hopSize, _hopSize, [&](const float* piece, size_t offset, size_t n) {
+                float* samples = _hop.data() + c * _hopSize + offset;
+                for (size_t k = 0; k < n; ++k) samples[k] = piece[k] - samples[k];
+            });
+        output.write(_hop.data(), _hop.data() + _hopSize, _hopSize);
+    }
 }

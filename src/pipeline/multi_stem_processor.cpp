@@ -1,11 +1,9 @@
 #include "pipeline/multi_stem_processor.h"
 
 #include <algorithm>
-#include <utility>
+#include <optional>
 
 #include "dsp/window.h"
-#include "pipeline/block_forming.h"
-#include "support/audio_view.h"
 
 namespace {
 
@@ -19,11 +17,6 @@ xt::xarray<float> asTensor(const std::vector<float>& row) {
     return tensor;
 }
 
-void subtract(xt::xarray<float>& from, const xt::xarray<float>& what) {
-    float* values = from.data();
-    for (size_t i = 0; i < from.size(); ++i) values[i] -= what.data()[i];
-}
-
 }  // namespace
 
 MultiStemProcessor::MultiStemProcessor(const std::shared_ptr<IInference>& inference, size_t stems, size_t frame,
@@ -31,61 +24,69 @@ MultiStemProcessor::MultiStemProcessor(const std::shared_ptr<IInference>& infere
     : _frame(frame),
       _hop(hop),
       _frames(frames),
+      _stems(stems),
       _wantRest(wantRest),
       _preproc(kChannels, frame, hop, asTensor(makeWindow(frame)), inference, frames, true, stems),
       _synthesiser(stems, frame, hop, makeWindow(frame)),
-      _queue(kChannels, _preproc.needData(), 1) {}
-
-std::optional<MultiStemProcessor::Output> MultiStemProcessor::process(xt::xarray<float> input, bool eof,
-                                                                      bool completesBlock,
-                                                                      const std::vector<bool>& wanted) {
-    _queue.add(std::move(input));
-    if (!completesBlock) return std::nullopt;
-    xt::xarray<float> block = eof ? _queue.flush() : takeFullBlock(_queue, _preproc.needData(), _frame, _first);
-    const BlockEdges edges = BlockEdges::of(block.shape(1), _frame, _hop, _first, eof);
-    block = padBlock(std::move(block), edges);
-    // After the first, a block's first frame was a new frame of the previous call.
-    const std::optional<IndexRange> frames = _preproc.analyse(viewOf(block).dropFirst(_first ? 0 : _hop), eof);
-    if (!frames) return std::nullopt;
-    _first = false;
-
-    Output output = synthesise(*frames, wanted);
-    if (_wantRest) {
-        const size_t columns = frames->count() * _hop;
-        output.rest = trimBlock(block, 0, 0, block.shape(1) - columns);
-        for (const xt::xarray<float>& stem : output.stems)
-            if (stem.dimension() == 2) subtract(output.rest, stem);
-    }
-    // As ChunkProcessor trims: the unfinished tail at the end of the stream lies in the padding.
-    const size_t tail = eof ? _frame - _hop : 0;
-    const size_t padding = edges.left + edges.right();
-    output.samples = frames->count() * _hop + tail - padding;
-    const auto trim = [&](xt::xarray<float>& audio) {
-        if (audio.dimension() == 2) audio = trimBlock(std::move(audio), edges.left, tail, edges.right());
-    };
-    for (xt::xarray<float>& stem : output.stems) trim(stem);
-    trim(output.rest);
-    return output;
+      _queue(kChannels, _preproc.needData(), 1),
+      _hops((stems + 1) * kChannels * hop) {
+    _tracks.reserve(stems);
+    _outputs.reserve(stems + 1);
 }
 
-// Overlap-adds the given frames of every stem that is on or fading out: [2, frames · hop] each.
-MultiStemProcessor::Output MultiStemProcessor::synthesise(const IndexRange& frames, const std::vector<bool>& wanted) {
-    const size_t bins = _frame / 2;
-    const size_t columns = frames.count() * _hop;
-    Output output;
-    std::vector<StemSynthesiser::Track> tracks;
-    for (size_t s = 0; s < wanted.size(); ++s) {
-        const bool sounds = wanted[s] || _synthesiser.isSounding(s);
-        output.stems.push_back(sounds ? xt::xarray<float>::from_shape({kChannels, columns}) : xt::xarray<float>());
-        tracks.push_back({wanted[s] ? _preproc.modelOutput(s).data() + frames.begin * bins : nullptr,
-                          sounds ? output.stems[s].data() : nullptr});
+bool MultiStemProcessor::process(const AudioView& input, bool eof, bool completesBlock, const std::vector<bool>& wanted,
+                                 const Output& output) {
+    _queue.append(input);
+    if (!completesBlock) return false;
+    const size_t needed = _preproc.needData() - (_first ? _frame : 0);
+    const std::optional<SplitAudio> queued =
+        eof ? _queue.takeAll() : _queue.take(std::min(needed, _queue.length()), _frame);
+    if (!queued) return false;
+    const BlockEdges edges = BlockEdges::of(queued->samples(), _frame, _hop, _first, eof);
+    const PaddedBlock padded(*queued, edges);
+    // After the first, a block's first frame was a new frame of the previous call.
+    const std::optional<IndexRange> frames = _preproc.analyse(padded.audio().dropFirst(_first ? 0 : _hop), eof, wanted);
+    if (!frames) return false;
+    _first = false;
+
+    // As ChunkProcessor trims: the unfinished tail at the end of the stream lies in the padding.
+    const size_t tail = eof ? _frame - _hop : 0;
+    const size_t samples = BlockOutput::trimmed(frames->count() * _hop, edges, tail);
+    _tracks.clear();
+    _outputs.clear();
+    for (size_t s = 0; s < _stems; ++s) {
+        const bool isOn = sounds(s, wanted);
+        _tracks.push_back({nullptr, isOn ? _hops.data() + s * kChannels * _hop : nullptr});
+        _outputs.emplace_back(isOn ? output(s, samples) : AudioTarget{}, edges.left);
     }
+    _outputs.emplace_back(_wantRest ? output(_stems, samples) : AudioTarget{}, edges.left);
+    synthesise(*frames, wanted, padded.audio());
+    for (BlockOutput& track : _outputs) track.finish();
+    return true;
+}
+
+// Overlap-adds the given frames of every stem that is on or fading out.
+void MultiStemProcessor::synthesise(const IndexRange& frames, const std::vector<bool>& wanted,
+                                    const SplitAudio& block) {
+    const size_t planeStride = _frames * (_frame / 2);
+    const auto write = [&](size_t track, const float* rows) { _outputs[track].write(rows, rows + _hop, _hop); };
     for (size_t i = 0; i < frames.count(); ++i) {
-        _synthesiser.advance(tracks, _frames * bins, columns);
-        for (StemSynthesiser::Track& track : tracks) {
-            if (track.planes) track.planes += bins;
-            if (track.out) track.out += _hop;
+        const size_t frame = frames.begin + i;
+        for (size_t s = 0; s < _stems; ++s)
+            if (wanted[s]) _tracks[s].planes = _preproc.modelOutput(s).frame(frame);
+        _synthesiser.advance(_tracks, planeStride);
+        for (size_t s = 0; s < _stems; ++s) {
+            if (_tracks[s].out) write(s, _tracks[s].out);
         }
+        if (_wantRest) write(_stems, restOf(block, i * _hop));
     }
-    return output;
+}
+
+// A hop of the block's samples minus the same hop of all stems that sound, [2, hop].
+const float* MultiStemProcessor::restOf(const SplitAudio& block, size_t first) {
+    float* rest = _hops.data() + _stems * kChannels * _hop;
+    for (size_t c = 0; c < kChannels; ++c) block.copy(c, first, _hop, rest + c * _hop);
+    for (const StemSynthesiser::Track& track : _tracks)
+        for (size_t i = 0; track.out && i < kChannels * _hop; ++i) rest[i] -= track.out[i];
+    return rest;
 }

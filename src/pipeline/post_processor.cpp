@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "pipeline/overlap_add.h"
-#include "support/index_range.h"
+#include "support/denormals.h"
 #include "support/log.h"
 
 namespace {
@@ -19,6 +19,16 @@ constexpr const char* kShiftRows =
     "void shiftArray(T &, size_t) [T = xt::xtensor_container<xt::uvector<float, xsimd::aligned_allocator<float>>, 2, "
     "xt::layout_type::row_major>]";
 
+// The records of a slide along the last axis.
+void logShift(size_t rank, size_t length, size_t step) {
+    [[maybe_unused]] const char* function = rank == 1 ? kShiftRow : kShiftRows;
+    TAVRIN_LOG(plog::verbose, function) << "shiftArray called with step: " << step << ", input dimension: " << rank
+                                        << ", input length: " << length;
+    if (length <= step) {
+        TAVRIN_LOG(plog::verbose, function) << "Shift step >= input size, filling with zeros";
+    }
+}
+
 }  // namespace
 
 PostProcessor::PostProcessor(size_t channels, size_t fftSize, size_t hopSize, xt::xtensor<float, 1> window)
@@ -28,12 +38,16 @@ PostProcessor::PostProcessor(size_t channels, size_t fftSize, size_t hopSize, xt
       _window(std::move(window)),
       _windowSquared(_window),
       _outputBuffer(xt::xtensor<float, 2>::from_shape({channels, fftSize})),
-      _windowSum(xt::xtensor<float, 1>::from_shape({fftSize})) {
+      _windowSum(xt::xtensor<float, 1>::from_shape({fftSize})),
+      _scaledWindow(_window.begin(), _window.end()),
+      _gain(emitted(), 1.0f),
+      _framesToRepeat(callsToRepeat(fftSize, emitted())) {
     if (_window.size() != fftSize)
         throw xt::broadcast_error(("PostProcessor: a window of " + std::to_string(_window.size()) +
                                    " coefficients for frames of " + std::to_string(fftSize) + " samples")
                                       .c_str());
     for (float& w : _windowSquared) w *= w;
+    for (float& w : _scaledWindow) w *= 1.0f / static_cast<float>(fftSize);
     _outputBuffer.fill(0.0f);
     _windowSum.fill(0.0f);
 }
@@ -67,63 +81,56 @@ xt::xarray<float> PostProcessor::processFrame(xt::xtensor<float, 2> frame) {
         throw xt::broadcast_error(("PostProcessor: a frame of " + std::to_string(frame.shape(0)) + " rows for " +
                                    std::to_string(channels) + " channels")
                                       .c_str());
-    const xt::xtensor<float, 2> time = _fft.backward(frame);
-    auto out = xt::xarray<float>::from_shape({channels, emitted()});  // before anything changes: it may fail
-    constexpr float kScaledAlready = 1.0f;
-    for (size_t c = 0; c < channels; ++c)
-        overlapAdd(_outputBuffer.data() + c * _fftSize, _window.data(),
-                   time.data() + (frame.shape(0) == 1 ? 0 : c * _fftSize), kScaledAlready, _fftSize);
-    finishHop(out.data(), emitted());
+    if (frame.shape(1) != _fftSize)
+        throw std::invalid_argument("PostProcessor: a frame of " + std::to_string(frame.shape(1)) +
+                                    " values instead of " + std::to_string(_fftSize));
+    auto out = xt::xarray<float>::from_shape({channels, emitted()});
+    overlapAddFrame(out.data(), emitted(), [&](size_t channel) {
+        std::copy_n(frame.data() + (frame.shape(0) == 1 ? 0 : channel * _fftSize), _fftSize, _fft.staging());
+        return _fft.transformStaged(true);
+    });
     return out;
 }
 
 xt::xarray<float> PostProcessor::flush() {
-    const auto end = static_cast<ptrdiff_t>(_fftSize) - static_cast<ptrdiff_t>(_hopSize);
-    const size_t pending = clampRange(0, end, _fftSize).count();
     const size_t channels = _outputBuffer.shape(0);
-    auto out = xt::xarray<float>::from_shape({channels, pending});
+    auto out = xt::xarray<float>::from_shape({channels, pending()});
     for (size_t c = 0; c < channels; ++c) {
-        float* row = out.data() + c * pending;
-        std::copy_n(_outputBuffer.data() + c * _fftSize, pending, row);
-        divideByNorm(row, _windowSum.data(), pending);
+        float* row = out.data() + c * pending();
+        std::copy_n(_outputBuffer.data() + c * _fftSize, pending(), row);
+        divideByNorm(row, _windowSum.data(), pending());
     }
     return out;
 }
 
 void PostProcessor::synthesise(const float* planes, size_t planeStride, float* out, size_t outStride) {
-    const float scale = 1.0f / static_cast<float>(_fftSize);
-    for (size_t c = 0; c < _outputBuffer.shape(0); ++c) {
-        const float* real = planes + 2 * c * planeStride;
-        const float* time = inverseOfPlanes(_fft, real, real + planeStride, _fftSize / 2);
-        overlapAdd(_outputBuffer.data() + c * _fftSize, _window.data(), time, scale, _fftSize);
-    }
-    finishHop(out, outStride);
+    overlapAddFrame(out, outStride, [&](size_t channel) {
+        const float* real = planes + 2 * channel * planeStride;
+        return _fft.signalOfPlanes(real, real + planeStride);
+    });
 }
 
 // Emits the columns that no later frame reaches, and slides the accumulators on.
-void PostProcessor::finishHop(float* out, size_t outStride) {
-    float* windowSum = _windowSum.data();
-    for (size_t i = 0; i < _fftSize; ++i) windowSum[i] += _windowSquared.data()[i];
-    for (size_t c = 0; c < _outputBuffer.shape(0); ++c) {
-        float* row = out + c * outStride;
-        std::copy_n(_outputBuffer.data() + c * _fftSize, emitted(), row);
-        divideByNorm(row, windowSum, emitted());
+template <class TimeOfChannel>
+void PostProcessor::overlapAddFrame(float* out, size_t outStride, const TimeOfChannel& timeOf) {
+    if (_framesToRepeat > 0) {
+        advanceWindowSum(_windowSquared.data(), _windowSum.data(), _gain.data(), _fftSize, emitted());
+        --_framesToRepeat;
     }
-    shiftArray(_outputBuffer, _hopSize);
-    shiftArray(_windowSum, _hopSize);
+    const DenormalsAsZero guard;
+    for (size_t c = 0; c < _outputBuffer.shape(0); ++c)
+        overlapAdd(_outputBuffer.data() + c * _fftSize, _scaledWindow.data(), timeOf(c), _gain.data(),
+                   out + c * outStride, _fftSize, emitted());
+    logShift(2, _fftSize, _hopSize);
+    logShift(1, _fftSize, _hopSize);
 }
-
-size_t PostProcessor::emitted() const { return std::min(_hopSize, _fftSize); }
 
 template <class T>
 void shiftArray(T& array, size_t step) {
     const size_t rank = array.dimension();
     const size_t length = array.shape(rank - 1);
-    [[maybe_unused]] const char* function = rank == 1 ? kShiftRow : kShiftRows;
-    TAVRIN_LOG(plog::verbose, function) << "shiftArray called with step: " << step << ", input dimension: " << rank
-                                        << ", input length: " << length;
+    logShift(rank, length, step);
     if (length <= step) {
-        TAVRIN_LOG(plog::verbose, function) << "Shift step >= input size, filling with zeros";
         array.fill(0.0f);
         return;
     }

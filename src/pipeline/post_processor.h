@@ -2,9 +2,12 @@
 /// Synthesis: from spectra to audio by overlap-add.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <vector>
 
 #include "dsp/fft_transformer.h"
+#include "support/index_range.h"
 #include "support/tensor.h"
 #include "tavrin/export.h"
 
@@ -42,9 +45,13 @@ public:
     /// @param out,outStride where the first channel's hop samples go, and floats from one channel to the next.
     void synthesise(const float* planes, size_t planeStride, float* out, size_t outStride);
 
+    /// Columns of flush().
+    size_t pending() const { return clampRange(0, ptrdiff_t(_fftSize) - ptrdiff_t(_hopSize), _fftSize).count(); }
+
 private:
-    void finishHop(float* out, size_t outStride);
-    size_t emitted() const;
+    template <class TimeOfChannel>
+    void overlapAddFrame(float* out, size_t outStride, const TimeOfChannel& timeOf);
+    size_t emitted() const { return std::min(_hopSize, _fftSize); }
 
     PFFFTTransformer _fft;
     size_t _fftSize;
@@ -53,6 +60,9 @@ private:
     xt::xtensor<float, 1> _windowSquared;
     xt::xtensor<float, 2> _outputBuffer;  // column 0 is the oldest unfinished sample
     xt::xtensor<float, 1> _windowSum;     // always shifted together with _outputBuffer
+    std::vector<float> _scaledWindow;     // with the inverse transform's 1 / fftSize
+    std::vector<float> _gain;             // of the samples that are finished next: 1 / _windowSum
+    size_t _framesToRepeat;               // until then, every frame changes _windowSum and _gain
 };
 
 /// Slides a tensor towards index 0 of its last axis by `step` and fills the end with zeros. For rank 1 and 2.

@@ -5,7 +5,9 @@
 #include <string>
 #include <utility>
 
+#include "support/denormals.h"
 #include "support/log.h"
+#include "support/restrict.h"
 
 namespace {
 
@@ -13,6 +15,11 @@ constexpr const char* kProcess = "xt::xarray<float> PreProcessor::process(xt::xa
 
 // A frame that is returned late was kept from the previous call together with the one before it.
 constexpr size_t kContextFrames = 2;
+
+void multiply(const float* TAVRIN_RESTRICT a, const float* TAVRIN_RESTRICT b, float* TAVRIN_RESTRICT product,
+              size_t n) {
+    for (size_t i = 0; i < n; ++i) product[i] = a[i] * b[i];
+}
 
 }  // namespace
 
@@ -28,7 +35,8 @@ PreProcessor::PreProcessor(size_t channels, size_t fftSize, size_t hopSize, xt::
       _frames(frames),
       _trimEdges(trimEdges),
       _spectrum(xt::xarray<float>::shape_type{2 * channels, frames, fftSize / 2}, 0.0f),
-      _outputs(outputCount, _spectrum) {
+      _allOutputs(outputCount, true) {
+    for (size_t i = 0; i < outputCount; ++i) _outputs.emplace_back(2 * channels, frames, fftSize / 2);
     if (_window.size() != fftSize)
         throw std::invalid_argument("PreProcessor: a window of " + std::to_string(_window.size()) +
                                     " coefficients for frames of " + std::to_string(fftSize) + " samples");
@@ -48,12 +56,18 @@ size_t PreProcessor::needData() const { return _fftSize + (_frames - 1 - _contex
 xt::xarray<float> PreProcessor::flush() { return _pendingTail; }
 
 std::optional<IndexRange> PreProcessor::analyse(const AudioView& signal, bool eof) {
-    TAVRIN_LOG(plog::debug, kProcess) << "Process signal: " << signal.samples;
+    return analyse({signal, {}}, eof, _allOutputs);
+}
+
+std::optional<IndexRange> PreProcessor::analyse(const SplitAudio& signal, bool eof, const std::vector<bool>& wanted) {
+    const size_t samples = signal.samples();
+    TAVRIN_LOG(plog::debug, kProcess) << "Process signal: " << samples;
     requireBlock(signal);
-    const size_t fresh = newFrames(signal.samples);
+    const size_t fresh = newFrames(samples);
     ageSpectrum(fresh);
-    for (size_t i = 0; i < fresh; ++i) writeFrame(signal, signal.samples - _fftSize - i * _hopSize, _frames - 1 - i);
-    if (!runModel()) {
+    const size_t firstSample = samples - _fftSize - (fresh - 1) * _hopSize;
+    for (size_t i = 0; i < fresh; ++i) writeFrame(signal, firstSample + i * _hopSize, _frames - fresh + i);
+    if (!runModel(wanted)) {
         TAVRIN_LOG(plog::error, kProcess) << "Inference failed";
         return std::nullopt;
     }
@@ -62,17 +76,17 @@ std::optional<IndexRange> PreProcessor::analyse(const AudioView& signal, bool eo
     return frames;
 }
 
-void PreProcessor::requireBlock(const AudioView& signal) const {
+void PreProcessor::requireBlock(const SplitAudio& signal) const {
     const auto refuse = [](const std::string& what) { throw std::invalid_argument("PreProcessor: " + what); };
     if (!_inference) refuse("there is no model to run");
     if (_hopSize == 0) refuse("a hop of 0 samples does not advance");
-    if (signal.channels != _channels)
-        refuse("a block of " + std::to_string(signal.channels) + " channels instead of " + std::to_string(_channels));
-    if (signal.samples < _fftSize)
-        refuse("a block of " + std::to_string(signal.samples) + " samples holds no frame of " +
-               std::to_string(_fftSize));
-    if (newFrames(signal.samples) > _frames)
-        refuse("a block of " + std::to_string(newFrames(signal.samples)) + " new frames for a model of " +
+    if (signal.channels() != _channels)
+        refuse("a block of " + std::to_string(signal.channels()) + " channels instead of " + std::to_string(_channels));
+    const size_t samples = signal.samples();
+    if (samples < _fftSize)
+        refuse("a block of " + std::to_string(samples) + " samples holds no frame of " + std::to_string(_fftSize));
+    if (newFrames(samples) > _frames)
+        refuse("a block of " + std::to_string(newFrames(samples)) + " new frames for a model of " +
                std::to_string(_frames));
 }
 
@@ -87,31 +101,26 @@ void PreProcessor::ageSpectrum(size_t newFrames) {
 }
 
 // Windows and transforms one frame of every channel into a slot of the model's input.
-void PreProcessor::writeFrame(const AudioView& signal, size_t firstSample, size_t slot) {
+void PreProcessor::writeFrame(const SplitAudio& signal, size_t firstSample, size_t slot) {
     const size_t bins = _fftSize / 2;
     const float* window = _window.data();
     float* staging = _fft.staging();
+    const DenormalsAsZero guard;
     for (size_t c = 0; c < _channels; ++c) {
-        const float* samples = signal.row(c) + firstSample;
-        for (size_t i = 0; i < _fftSize; ++i) staging[i] = samples[i] * window[i];
-        const float* spectrum = _fft.transformStaged(false);
+        signal.eachPiece(c, firstSample, _fftSize, [=](const float* piece, size_t offset, size_t n) {
+            multiply(piece, window + offset, staging + offset, n);
+        });
         float* real = _spectrum.data() + (2 * c * _frames + slot) * bins;
-        float* imaginary = real + _frames * bins;
-        for (size_t k = 0; k < bins; ++k) {
-            real[k] = spectrum[2 * k];
-            imaginary[k] = spectrum[2 * k + 1];
-        }
+        _fft.planesOfStaged(real, real + _frames * bins);
     }
 }
 
-bool PreProcessor::runModel() {
+bool PreProcessor::runModel(const std::vector<bool>& wanted) {
+    // The interface takes the list by value: the only allocation of a call.
     std::vector<float*> outputs;
     outputs.reserve(_outputs.size());
-    for (xt::xarray<float>& output : _outputs) {
-        // A run that the back-end swallows leaves the buffers alone: let that be silence.
-        output.fill(0.0f);
-        outputs.push_back(output.data());
-    }
+    for (size_t i = 0; i < _outputs.size(); ++i)
+        outputs.push_back(wanted[i] ? _outputs[i].prepare() : _outputs[i].prepareUnread());
     const Shape shape{1, 2 * _channels, _frames, _fftSize / 2};
     return _inference->run(_spectrum.data(), std::move(outputs), shape);
 }
@@ -127,19 +136,21 @@ IndexRange PreProcessor::finalFrames(size_t newFrames, bool eof) {
     }
     // The bound is the channel count although columns are meant: with any real geometry the tail is empty.
     const auto frameLength = static_cast<ptrdiff_t>(_fftSize);
-    _pendingTail = spectra(clampRange(end * frameLength, static_cast<ptrdiff_t>(_channels), _frames * _fftSize));
+    const IndexRange tail = clampRange(end * frameLength, static_cast<ptrdiff_t>(_channels), _frames * _fftSize);
+    if (tail.count() > 0 || _pendingTail.dimension() == 0 || _pendingTail.size() > 0) _pendingTail = spectra(tail);
     return clampRange(begin, end, _frames);
 }
 
 // The outputs as ordered spectra, frame after frame along the last axis: the given positions of that axis, from an
 // even one on.
-xt::xarray<float> PreProcessor::spectra(const IndexRange& positions) const {
+xt::xarray<float> PreProcessor::spectra(const IndexRange& positions) {
     const size_t bins = _fftSize / 2;
     auto result = xt::xarray<float>::from_shape({_outputCount, _channels, positions.count()});
     float* out = result.data();
-    for (const xt::xarray<float>& output : _outputs) {
+    for (ModelOutput& output : _outputs) {
+        for (size_t f = positions.begin / _fftSize; f * _fftSize < positions.end; ++f) output.frame(f);
         for (size_t c = 0; c < _channels; ++c) {
-            const float* real = output.data() + 2 * c * _frames * bins;
+            const float* real = output.frame(0) + 2 * c * output.planeStride();
             const float* imaginary = real + _frames * bins;
             // The bins of consecutive frames follow one another in a plane: bin k fills positions 2k and 2k + 1.
             for (size_t k = positions.begin / 2; k < positions.end / 2; ++k) {

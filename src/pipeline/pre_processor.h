@@ -9,6 +9,7 @@
 
 #include "dsp/fft_transformer.h"
 #include "inference/inference.h"
+#include "pipeline/model_output.h"
 #include "support/audio_view.h"
 #include "support/index_range.h"
 #include "support/tensor.h"
@@ -61,19 +62,22 @@ public:
     size_t newFrames(size_t samples) const { return (samples - _fftSize) / _hopSize + 1; }
 
     /// process() without the copies: the final frames stay where the model wrote them.
-    /// @return the frame slots of modelOutput() that are final; nothing when the model call reports failure.
+    /// @return the frames of modelOutput() that are final; nothing when the model call reports failure.
     std::optional<IndexRange> analyse(const AudioView& signal, bool eof);
 
-    /// Output `index` of the last model call, [2·channels, frames, fftSize / 2].
-    const xt::xarray<float>& modelOutput(size_t index) const { return _outputs[index]; }
+    /// The same from two pieces. @param wanted which outputs will be read; the others may hold anything afterwards.
+    std::optional<IndexRange> analyse(const SplitAudio& signal, bool eof, const std::vector<bool>& wanted);
+
+    /// Output `index` of the last model call, [2·channels, frames, fftSize / 2]. Reading a frame may write to it.
+    ModelOutput& modelOutput(size_t index) { return _outputs[index]; }
 
 private:
-    void requireBlock(const AudioView& signal) const;
+    void requireBlock(const SplitAudio& signal) const;
     void ageSpectrum(size_t newFrames);
-    void writeFrame(const AudioView& signal, size_t firstSample, size_t slot);
-    bool runModel();
+    void writeFrame(const SplitAudio& signal, size_t firstSample, size_t slot);
+    bool runModel(const std::vector<bool>& wanted);
     IndexRange finalFrames(size_t newFrames, bool eof);
-    xt::xarray<float> spectra(const IndexRange& positions) const;
+    xt::xarray<float> spectra(const IndexRange& positions);
 
     size_t _channels;
     size_t _fftSize;
@@ -88,5 +92,6 @@ private:
     xt::xarray<float> _spectrum;
     xt::xarray<float> _pendingTail;
     bool _firstCall = true;
-    std::vector<xt::xarray<float>> _outputs;
+    std::vector<ModelOutput> _outputs;
+    std::vector<bool> _allOutputs;  // `true` for each
 };

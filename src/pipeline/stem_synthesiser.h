@@ -18,19 +18,18 @@ public:
     /// Where one stem's frame comes from and where its finished hop goes.
     struct Track {
         const float* planes;  ///< bin 0 of the frame in the real plane of the left channel; null: the stem is off
-        float* out;           ///< hop samples of the left channel; not null while the stem isSounding()
+        float* out;           ///< hop samples of the left channel, then the right one's; not null while it isSounding()
     };
 
     /// @param frame,hop samples; frame a multiple of hop. @param window `frame` coefficients.
-    StemSynthesiser(size_t stems, size_t frame, size_t hop, std::vector<float> window);
+    StemSynthesiser(size_t stems, size_t frame, size_t hop, const std::vector<float>& window);
 
     /// True while a stem that is off still fades out.
     bool isSounding(size_t stem) const { return _stems[stem].zeroFramesLeft > 0; }
 
     /// Advances all stems by one frame.
-    /// @param tracks one per stem. @param planeStride floats from one plane to the next. @param outStride floats from
-    ///        the left to the right channel of a track's output.
-    void advance(const std::vector<Track>& tracks, size_t planeStride, size_t outStride);
+    /// @param tracks one per stem. @param planeStride floats from one plane to the next.
+    void advance(const std::vector<Track>& tracks, size_t planeStride);
 
 private:
     struct Stem {
@@ -41,7 +40,10 @@ private:
     PFFFTTransformer _fft;
     size_t _frame;
     size_t _hop;
-    std::vector<float> _window;
+    std::vector<float> _window;  // with the inverse transform's 1 / frame
+    std::vector<float> _windowSquared;
     std::vector<float> _windowSum;
+    std::vector<float> _gain;  // of the samples that are finished next
+    size_t _framesToRepeat;    // until then, every frame changes _windowSum and _gain
     std::vector<Stem> _stems;
 };

@@ -66,6 +66,24 @@ TEST(FftTransformer, backwardInvertsForwardOfWhatHasNoNyquistComponent) {
     }
 }
 
+TEST(FftTransformer, givesAndTakesPlanesWithTheSameBits) {
+    for (const size_t n : {32U, 96U, 160U, 4096U}) {
+        const auto row = noiseRows(1, n);
+        PFFFTTransformer fft(n, false);
+        const auto spectrum = fft.forward(row);
+        std::vector<float> real(n / 2), imaginary(n / 2);
+        std::copy(row.begin(), row.end(), fft.staging());
+        fft.planesOfStaged(real.data(), imaginary.data());
+        for (size_t k = 0; k < n / 2; ++k)
+            ASSERT_TRUE(real[k] == spectrum(0, 2 * k) && imaginary[k] == spectrum(0, 2 * k + 1)) << n << ' ' << k;
+        std::copy(spectrum.begin(), spectrum.end(), fft.staging());
+        const float* staged = fft.transformStaged(true);
+        const std::vector<float> expected(staged, staged + n);
+        const float* signal = fft.signalOfPlanes(real.data(), imaginary.data());
+        ASSERT_EQ(std::vector<float>(signal, signal + n), expected) << n;
+    }
+}
+
 TEST(FftTransformer, refusesWhatTheLibraryWouldStopTheProcessFor) {
     for (const size_t length : {size_t{0}, size_t{16}, size_t{100}, size_t{32 * 7}, size_t{1} << 40})
         EXPECT_THROW(PFFFTTransformer(length, false), std::invalid_argument) << length;

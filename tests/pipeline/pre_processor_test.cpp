@@ -93,6 +93,19 @@ TEST(PreProcessor, keepsRealAndImaginaryPartsInTheirPlanesAndSilenceWhereTheMode
     EXPECT_EQ(std::count(spectra.begin() + 2 * kFrame, spectra.end(), 0.0f), ptrdiff_t{2 * kFrame});
 }
 
+TEST(PreProcessor, givesSilenceNotTheLastOutputWhenARunWritesNothing) {
+    int run = 0;
+    PreProcessor pre = makePreProcessor([&run](const float* in, const std::vector<float*>& out, const Shape& shape) {
+        return ++run == 2 || FakeInference::passThrough(in, out, shape);
+    });
+    const auto block = ramp(kFrame + kHop, kHop);
+    const auto quietest = [&] { return pre.process(block, true)(0, 0, 0); };
+    EXPECT_GT(quietest(), 0.0f);
+    const auto spectra = pre.process(block, true);
+    EXPECT_EQ(std::count(spectra.begin(), spectra.end(), 0.0f), ptrdiff_t(spectra.size()));
+    EXPECT_GT(quietest(), 0.0f);
+}
+
 TEST(PreProcessor, reportsAFailedRunAndRefusesBadBlocksBeforeAnythingChanges) {
     LogCapture log(plog::error);
     bool works = false;

@@ -18,11 +18,14 @@ inline std::vector<unsigned> trace(const float* song, size_t length, const std::
     StreamCutter cutter(64, 16, 16);
     ChunkProcessor engine(std::make_shared<FakeInference>(), 2, 64, 16, 0, 16, false);
     std::vector<unsigned> bits;
-    size_t in = 0, out = 0;
+    size_t in = 0, out = 0, promised = 0;
     const auto note = [&bits](const xt::xarray<float>& values) {
         for (const float value : values) bits.push_back(std::bit_cast<unsigned>(value));
     };
-    const auto feed = [&](const xt::xarray<float>& block, bool eof, bool completesBlock) {
+    const auto feed = [&](const AudioView& view, bool eof, bool completesBlock) {
+        auto block = xt::xarray<float>::from_shape({2, view.samples});
+        for (size_t i = 0; i < block.size(); ++i)
+            block.data()[i] = view.row(i / view.samples)[i % view.samples * view.step];
         if (completesBlock && !eof && block.shape(1) != engine.maxInputSize()) std::abort();
         const xt::xarray<float> result = engine.process(block, eof);
         if (completesBlock != (result.dimension() == 2)) std::abort();
@@ -32,8 +35,10 @@ inline std::vector<unsigned> trace(const float* song, size_t length, const std::
     };
     for (size_t i = 0, n = 0, left = length; i <= cuts.size(); ++i, song += 2 * n, left -= n) {
         n = i < cuts.size() ? std::min<size_t>(2 * cuts[i], left) : left;
-        cutter.add(song, song + 1, 2, n, feed);
+        promised += cutter.outputFor(n, false);
+        cutter.add({song, 2, n, 1, 2}, feed);
     }
+    if (out != promised || out + cutter.outputFor(0, true) != length) std::abort();
     cutter.finish(feed);
     if (in != length || out != length) std::abort();
     return bits;

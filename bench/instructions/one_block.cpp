@@ -1,0 +1,25 @@
+// Does one steady-state block, or the bare transforms of one, inside functions that callgrind can count.
+#include <cstdio>
+#include <cstring>
+
+#include "bare_transforms.h"
+#include "models.h"
+#include "signals.h"
+#include "tavrin/stream_separator.h"
+
+extern "C" {
+
+__attribute__((noinline)) void countedTransforms(BareTransforms& transforms) { transforms.block(); }
+
+__attribute__((noinline)) void countedPipeline(tavrin::StreamSeparator& stream, const std::vector<float>& block) {
+    stream.process(block);
+}
+}
+
+int main() {
+    BareTransforms transforms;
+    countedTransforms(transforms);
+    tavrin::StreamSeparator stream(configFor(std::make_shared<IdleModel>(), "idle", true));
+    stream.process(std::vector<float>(2 * kFirstBlockSamples));
+    countedPipeline(stream, noise(2 * kBlockSamples));
+}
