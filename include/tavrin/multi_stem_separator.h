@@ -58,6 +58,7 @@ struct MultiStemConfig {
 struct SeparatedStems {
     std::array<std::vector<float>, kStemCount> stems;  ///< indexed by Stem
     std::vector<float> rest;                           ///< empty unless asked for
+    std::size_t samples = 0;                           ///< per channel; counts also when no stem is on
 
     /// The samples of one stem.
     const std::vector<float>& operator[](Stem stem) const { return stems[static_cast<std::size_t>(stem)]; }

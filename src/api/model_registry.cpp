@@ -21,10 +21,14 @@ std::shared_ptr<IInference> load(const tavrin::ModelData& model) {
 
 }  // namespace
 
-bool tavrin::initializeModel(const std::string& tag, const ModelData& model) try {
+void registerModel(const std::string& tag, const tavrin::ModelData& model) {
     setUpLogging();
     std::shared_ptr<IInference> inference = load(model);  // before the map is touched: a failure leaves it as it was
     inferenceInstances[tag] = std::move(inference);
+}
+
+bool tavrin::initializeModel(const std::string& tag, const ModelData& model) try {
+    registerModel(tag, model);
     return true;
 } catch (...) {
     return false;  // what the back-end could not load, it has logged

@@ -17,6 +17,7 @@ MultiStemStream::MultiStemStream(std::shared_ptr<IInference> model, bool wantRes
 SeparatedStems MultiStemStream::process(const std::vector<float>& samples, bool last, const std::vector<bool>& wanted) {
     const HostStream::Input input = _stream.open(samples, last);
     SeparatedStems result;
+    result.samples = input.finished;
     std::array<AudioTarget, kStemCount + 1> unwritten;
     const auto allocate = [&](size_t track, std::vector<float>& out) {
         out.resize(2 * input.finished);  // a stem that has faded out leaves silence to the end

@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <deque>
 #include <unordered_map>
-#include <vector>
 
+#include "inference/runtime.h"
 #include "support/log.h"
 
 #if defined(_WIN32)
@@ -114,6 +114,11 @@ std::unique_ptr<Ort::Session> createSession(Ort::Env& env, const void* data, siz
     }
     if (!session) session = std::make_unique<Ort::Session>(env, data, size, Ort::SessionOptions());
     return session;
+}
+
+std::vector<std::string> availableProviders() {
+    requireRuntime();
+    return Ort::GetAvailableProviders();
 }
 
 bool appendCoreMLByFunction(Ort::SessionOptions& options, const char* functionText) {

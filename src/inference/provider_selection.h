@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 // The runtime's headers stay in this folder's sources.
 namespace Ort {
@@ -31,6 +32,9 @@ struct ProviderSteps {
 /// @throws Ort::Exception when the session on the CPU cannot be built.
 std::unique_ptr<Ort::Session> createSession(Ort::Env& env, const void* data, size_t size, const std::string& provider,
                                             const ProviderSteps& steps);
+
+/// The providers that the runtime offers. @throws RuntimeTooOld.
+std::vector<std::string> availableProviders();
 
 /// Appends CoreML through its own function, without flags, as single-output models want it.
 bool appendCoreMLByFunction(Ort::SessionOptions& options, const char* functionText);

@@ -2,20 +2,23 @@
 
 #include <onnxruntime_cxx_api.h>
 
-#include <stdexcept>
 #include <string>
 
 #include "support/log.h"
 
-Ort::Env makeEnvironment(RuntimeLog severity) {
+void requireRuntime() {
     // Null when the runtime does not know the interface of our headers; no other call may go through it then.
     if (!Ort::Global<void>::api_) {
         const std::string message = std::string("ONNX Runtime ") + OrtGetApiBase()->GetVersionString() +
                                     " is too old: this library needs 1." + std::to_string(ORT_API_VERSION) +
                                     " or newer";
         TAVRIN_LOG(plog::error, "Ort::Env makeEnvironment(RuntimeLog)") << "[INFERENCE_onnx] " << message;
-        throw std::runtime_error(message);
+        throw RuntimeTooOld(message);
     }
+}
+
+Ort::Env makeEnvironment(RuntimeLog severity) {
+    requireRuntime();
     return {severity == RuntimeLog::verbose ? ORT_LOGGING_LEVEL_VERBOSE : ORT_LOGGING_LEVEL_WARNING, ""};
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <vector>
 
 #include "inference/inference.h"
@@ -16,12 +17,20 @@ struct MemoryInfo;
 struct Value;
 }  // namespace Ort
 
+/// The loaded runtime is older than the headers this library was built with. The message names both versions.
+class RuntimeTooOld : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// @throws RuntimeTooOld. No other call may go to the runtime before this one was made.
+void requireRuntime();
+
 /// The runtime's own log severity. It belongs to the process: the first live environment wins.
 enum class RuntimeLog { verbose, warning };
 
 /// Makes an environment with an empty log identifier.
-/// @throws std::runtime_error when the loaded runtime is older than the headers this library was built with;
-///         Ort::Exception.
+/// @throws RuntimeTooOld, Ort::Exception.
 Ort::Env makeEnvironment(RuntimeLog severity);
 
 /// Keeps a warning-level environment alive, so that a back-end that asks for the verbose one does not flood the host.

@@ -97,7 +97,7 @@ TEST(MultiStemSeparator, fadesWithoutAClickWhenAStemIsSwitched) {
     const auto changing = separator.process(later);
     const auto& falling = changing[Stem::vocals];
     const auto& rising = changing[Stem::drums];
-    ASSERT_TRUE(falling.size() == 2 * kLater && rising.size() == 2 * kLater);
+    ASSERT_TRUE(falling.size() == 2 * kLater && rising.size() == 2 * kLater && changing.samples == kLater);
     float slope = 0.0f;
     for (size_t i = 2; i < falling.size(); ++i) {
         ASSERT_TRUE(falling[i] >= -1e-6f && falling[i] <= 0.4f + 1e-6f && rising[i] <= 0.2f + 1e-6f) << i;

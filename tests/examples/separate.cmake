@@ -1,0 +1,16 @@
+# Hosts in C and in C++ separate the same 300 000 stereo samples, cut into other blocks, to the same bits.
+# Four bytes out of these make a float between 0.01 and 0.75.
+string(RANDOM LENGTH 2400000 ALPHABET "<=>?" RANDOM_SEED 1 song)
+file(WRITE noise.f32 "${song}")
+execute_process(COMMAND "${HOST}" "${MODEL}" noise.f32 cpp.f32 COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND "${C_HOST}" "${MODEL}" noise.f32 c.f32 COMMAND_ERROR_IS_FATAL ANY)
+file(SIZE c.f32 size)
+file(SHA256 c.f32 c)
+file(SHA256 cpp.f32 cpp)
+if(NOT size EQUAL 2400000 OR NOT c STREQUAL cpp)
+  message(FATAL_ERROR "2400000 bytes in, ${size} bytes out, or other bits than in C++")
+endif()
+execute_process(COMMAND "${C_HOST}" noise.f32 noise.f32 c.f32 RESULT_VARIABLE result ERROR_VARIABLE said)
+if(NOT result EQUAL 3 OR NOT said MATCHES "separate: .*rotobuf")
+  message(FATAL_ERROR "exit code ${result} without a model: ${said}")
+endif()
