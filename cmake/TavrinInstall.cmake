@@ -27,6 +27,9 @@ install(FILES ${_manual} DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 if(TAVRIN_INSTALL_RUNTIME AND UNIX AND NOT APPLE)
   file(REAL_PATH "${onnxruntime_LIBRARY}" _runtime)
   install(FILES "${_runtime}" DESTINATION "${CMAKE_INSTALL_LIBDIR}" RENAME libonnxruntime.so.1)
+  cmake_path(GET _runtime PARENT_PATH _runtime_folder)
+  file(GLOB _providers "${_runtime_folder}/libonnxruntime_providers_*.so")  # the runtime loads them from its own folder
+  install(FILES ${_providers} DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 endif()
 
 # A shared library brings or finds what it needs; with a static one, the program is linked with it.
