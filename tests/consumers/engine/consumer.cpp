@@ -1,8 +1,8 @@
 // A chain of the host's own around the engine's classes, with a model that halves everything.
-#include <tavrin/dsp/window.h>
-#include <tavrin/pipeline/buffer_aggregator.h>
-#include <tavrin/pipeline/post_processor.h>
-#include <tavrin/pipeline/pre_processor.h>
+#include "dsp/window.h"
+#include "pipeline/buffer_aggregator.h"
+#include "pipeline/post_processor.h"
+#include "pipeline/pre_processor.h"
 
 #include <cmath>
 
