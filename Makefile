@@ -2,20 +2,21 @@
 #
 #   make demo [SONG=path]   separate a song, the demo's own or yours
 #   make test               build everything and run the tests
+#   make test-arm64         cross build for arm64 and its unit tests, run by an emulator
 #   make install            install below PREFIX
 #   make bench              one table of the library's speed and memory against its transforms: two minutes
 #   make stress             ten hours of audio, shared models, damaged models, failing memory: ten minutes
 #   make fuzz [SECONDS=300] each fuzzer for so long (clang)
 #   make format lint clean
 #
-# PRESET chooses the build: release, debug, clang, asan or tsan (CMakePresets.json).
+# PRESET chooses the build: release, debug, static, clang, asan or tsan (CMakePresets.json).
 PRESET ?= release
 PREFIX ?= /usr/local
 BUILD := build/$(PRESET)
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
 
-.PHONY: all setup build demo test bench stress fuzz install format check-format lint clean
+.PHONY: all setup build demo test test-arm64 bench stress fuzz install format check-format lint clean
 .NOTPARALLEL:
 
 all: build
@@ -35,11 +36,15 @@ demo: build
 test: build
 	@ctest --test-dir $(BUILD) --output-on-failure --parallel $(JOBS)
 
-bench:
+bench: setup
 	@scripts/setup.sh bench
 	@cmake --preset bench >/dev/null
 	@cmake --build build/bench --parallel $(JOBS)
 	@build/bench/bench/tavrin_bench
+
+test-arm64: setup
+	@scripts/setup.sh arm64
+	@$(MAKE) --no-print-directory test PRESET=arm64
 
 stress: setup
 	@scripts/stress.sh

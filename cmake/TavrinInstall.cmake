@@ -1,7 +1,6 @@
-# What `make install` installs beside the command: the library with its runtime, headers, models, CMake package.
+# What `cmake --install` installs beside the commands: library, headers, models, manual pages, and the packages for
+# CMake and pkg-config. The tree can be moved as a whole.
 include(CMakePackageConfigHelpers)
-
-option(TAVRIN_INSTALL_RUNTIME "Install ONNX Runtime beside the library" ${PROJECT_IS_TOP_LEVEL})
 set(_package "${CMAKE_INSTALL_LIBDIR}/cmake/tavrin")
 
 install(TARGETS tavrin_proc EXPORT tavrinTargets)
@@ -20,15 +19,43 @@ foreach(_header IN LISTS _engine_headers)
   cmake_path(GET _header PARENT_PATH _folder)
   install(FILES "src/${_header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin/${_folder}")
 endforeach()
-install(FILES models/centre.onnx models/centre.md DESTINATION "${CMAKE_INSTALL_DATADIR}/tavrin/models")
+install(DIRECTORY models/ DESTINATION "${CMAKE_INSTALL_DATADIR}/tavrin/models"
+  FILES_MATCHING PATTERN "*.onnx" PATTERN "*.md")
+file(GLOB _manual CONFIGURE_DEPENDS docs/man/*.1)
+install(FILES ${_manual} DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 
 if(TAVRIN_INSTALL_RUNTIME AND UNIX AND NOT APPLE)
   file(REAL_PATH "${onnxruntime_LIBRARY}" _runtime)
   install(FILES "${_runtime}" DESTINATION "${CMAKE_INSTALL_LIBDIR}" RENAME libonnxruntime.so.1)
+  cmake_path(GET _runtime PARENT_PATH _runtime_folder)
+  file(GLOB _providers "${_runtime_folder}/libonnxruntime_providers_*.so")  # the runtime loads them from its own folder
+  install(FILES ${_providers} DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+endif()
+
+# A shared library brings or finds what it needs; with a static one, the program is linked with it.
+set(_linked_with_static "")
+set(_pkgconfig_libs "-ltavrin_proc")
+if(NOT BUILD_SHARED_LIBS)
+  set(_linked_with_static onnxruntime)
+  if(NOT TARGET tavrin_pffft)
+    list(APPEND _linked_with_static pffft)
+    string(APPEND _pkgconfig_libs " -lpffft")
+  endif()
+  # By its file's name where the file has no development link beside it.
+  if(TAVRIN_INSTALL_RUNTIME AND UNIX AND NOT APPLE)
+    string(APPEND _pkgconfig_libs " -l:libonnxruntime.so.1 -lstdc++ -lm")
+  else()
+    string(APPEND _pkgconfig_libs " -lonnxruntime")
+  endif()
 endif()
 
 configure_package_config_file(cmake/tavrinConfig.cmake.in "${PROJECT_BINARY_DIR}/tavrinConfig.cmake"
-  INSTALL_DESTINATION "${_package}")
-write_basic_package_version_file("${PROJECT_BINARY_DIR}/tavrinConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
+  INSTALL_DESTINATION "${_package}" PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_DATADIR)
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/tavrinConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/tavrinConfig.cmake" "${PROJECT_BINARY_DIR}/tavrinConfigVersion.cmake"
   DESTINATION "${_package}")
+
+file(RELATIVE_PATH _to_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" _to_prefix "${_to_prefix}")
+configure_file(cmake/tavrin.pc.in "${PROJECT_BINARY_DIR}/tavrin.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/tavrin.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")

@@ -3,7 +3,8 @@
 #
 #   scripts/setup.sh           everything that the build needs
 #   scripts/setup.sh songs     the recorded songs of the demo
-#   scripts/setup.sh bench     everything that the benchmarks need
+#   scripts/setup.sh bench     what `make bench` needs beside it
+#   scripts/setup.sh arm64     what `make test-arm64` needs beside it: cross compiler, emulator, runtime
 #
 # Every part is put together beside its place and moved there when it is complete and verified, so an interrupted
 # run leaves nothing that a later run would take for good. A second run downloads nothing.
@@ -23,6 +24,7 @@ readonly songs_package="fretsonfire-songs-sectoid=1.dfsg-4"
 readonly debian_suite="trixie"
 readonly bench_packages=(libbenchmark-dev)
 readonly system_packages=(pkg-config libsndfile1-dev libsoxr-dev libcli11-dev libgtest-dev)
+readonly arm64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
@@ -50,11 +52,12 @@ publish() {
     say "$1 is ready"
 }
 
+# install_system_packages NAMES: those that are missing.
 install_system_packages() {
     require cmake "apt-get install cmake g++"
     require dpkg-query "this script knows Debian; elsewhere install the dependencies and use plain CMake (see README)"
     local package missing=()
-    for package in "${system_packages[@]}" "$@"; do
+    for package in "$@"; do
         [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
@@ -123,13 +126,14 @@ unpack_npm() {
     quietly "unpacking $package" tar -xzf "$file" -C "$into" --strip-components=1
 }
 
+# setup_runtime FOLDER MACHINE
 setup_runtime() {
-    local pins="$runtime_npm $runtime_sha512 $runtime_headers" out="$stage/onnxruntime" arch
-    is_current onnxruntime "$pins" && return
-    case "$(uname -m)" in
+    local pins="$runtime_npm $runtime_sha512 $runtime_headers" out="$stage/$1" arch
+    is_current "$1" "$pins" && return
+    case "$2" in
         x86_64) arch=x64 ;;
         aarch64) arch=arm64 ;;
-        *) fail "no pinned ONNX Runtime for $(uname -m); install it and use plain CMake with CMAKE_PREFIX_PATH" ;;
+        *) fail "no pinned ONNX Runtime for $2; install it and use plain CMake with CMAKE_PREFIX_PATH" ;;
     esac
     unpack_npm "$runtime_npm" "$runtime_sha512" "$stage/runtime"
     unpack_debian "$runtime_headers" "$stage/runtime-headers"
@@ -139,7 +143,7 @@ setup_runtime() {
     cp "$stage/runtime/bin/napi-v3/linux/$arch"/libonnxruntime_providers_*.so "$out/lib/" 2>/dev/null || true
     ln -s libonnxruntime.so.1.21.0 "$out/lib/libonnxruntime.so.1"
     ln -s libonnxruntime.so.1 "$out/lib/libonnxruntime.so"
-    publish onnxruntime "$pins"
+    publish "$1" "$pins"
 }
 
 setup_pffft() {
@@ -168,8 +172,14 @@ setup_songs() {
 mkdir -p "$deps" || fail "cannot write $deps"
 stage=$(mktemp -d "$deps/stage.XXXXXX") || fail "cannot write $deps"
 case "${1:-build}" in
-    build) install_system_packages; setup_runtime; setup_pffft; setup_headers ;;
-    bench) install_system_packages "${bench_packages[@]}"; setup_runtime; setup_pffft; setup_headers ;;
+    build)
+        install_system_packages "${system_packages[@]}"
+        setup_runtime onnxruntime "$(uname -m)"
+        setup_pffft
+        setup_headers
+        ;;
     songs) setup_songs ;;
-    *) fail "unknown part '$1': use 'songs', 'bench' or nothing" ;;
+    bench) install_system_packages "${bench_packages[@]}" ;;
+    arm64) install_system_packages "${arm64_packages[@]}"; setup_runtime onnxruntime-arm64 aarch64 ;;
+    *) fail "unknown part '$1': use 'songs', 'bench', 'arm64' or nothing" ;;
 esac

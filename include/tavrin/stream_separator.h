@@ -22,7 +22,8 @@ namespace tavrin {
 /// ten seconds and after ten hours; plus what process() is given and returns.
 /// Threads: one stream, one thread at a time; separators on different threads may share a model. Construction reads
 /// the model registry, so serialise it with initializeModel() and its kin.
-/// Not for an audio callback: a call that completes a block runs the model, which takes as long as the model takes.
+/// Not for an audio callback: a call that completes a block runs the model, which takes as long as the model takes. See
+/// examples/realtime_host.cpp for the worker thread that it needs.
 ///
 ///     tavrin::StreamSeparator separator({.modelTag = "vocals", .interleaved = true});
 ///     while (read(block)) write(separator.process(block));

@@ -52,7 +52,6 @@ TEST(ModelRegistry, keepsTheOldModelWhenALoadFailsAndLeavesItToItsUsersWhenOneSu
 }
 
 TEST(ModelRegistryDeathTest, installsOneConsoleLoggerAtInfoWithTheFirstLoadEvenIfItFails) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto secondLoadPrintsOnce = [] {
         const bool firstFailed = !plog::get() && !load({}, "") && plog::get()->getMaxSeverity() == plog::info;
         testing::internal::CaptureStdout();

@@ -1,4 +1,4 @@
-// Run with an older runtime in the search path (old_runtime.c). That main is reached at all is the first claim: the
+// Run with an older runtime that was loaded first (old_runtime.c). That main is reached at all is the first claim: the
 // library loads beside it.
 #include <stdexcept>
 

@@ -88,7 +88,6 @@ TEST(ChunkProcessor, refusesWhatItCannotTakeAndChangesNothing) {
 }
 
 TEST(ChunkProcessorDeathTest, abortsWhenTheEndFindsMoreThanAModelCallTakes) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     ChunkProcessor processor = makeFull();
     EXPECT_DEATH(outputOf(processor, std::vector<size_t>(6, 100000)),
                  "chunk_processor.cpp:[0-9]+: process: Assertion .!eof \\|\\| _inputAggregator.length\\(\\) <= "
