@@ -20,7 +20,8 @@ readonly pffft_sha512="c77af3855198d35b44005b7e6be0fd4ff8cff30c79aff5d2e617ac305
 readonly header_packages=(libxtensor-dev=0.25.0-2 xtl-dev=0.7.7-1 libxsimd-dev=13.2.0-1 libplog-dev=1.1.10-2)
 readonly songs_package="fretsonfire-songs-sectoid=1.dfsg-4"
 readonly debian_suite="trixie"
-readonly system_packages=(pkg-config libsndfile1-dev libsoxr-dev libcli11-dev libgtest-dev)
+readonly system_packages=(pkg-config libsndfile1-dev libsoxr-dev libcli11-dev nlohmann-json3-dev libcairo2-dev
+    libfftw3-dev libpng-dev parallel libgtest-dev)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }

@@ -94,7 +94,9 @@ ExitCode separateSongs(const Options& options, const Model& model, const std::ve
     try {
         batch.run();
     } catch (const Failure& failure) {
-        if (!several || failure.code() != ExitCode::interrupted) throw;
+        if (failure.code() != ExitCode::interrupted) throw;
+        if (options.toStandardOutput()) throw Failure(ExitCode::interrupted, "interrupted");
+        if (!several) throw;
         throw Failure(ExitCode::interrupted, "interrupted; " + std::to_string(batch.done()) + " of " +
                                                  std::to_string(songs.size()) +
                                                  " songs were separated and nothing of the others was written; the "

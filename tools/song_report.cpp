@@ -12,11 +12,14 @@ namespace {
 
 std::string listFiles(const SongReport& report) {
     std::string names;
-    for (const PartReport& part : report.parts) names += (names.empty() ? "" : ", ") + part.file.string();
+    for (const PartReport& part : report.parts) {
+        const std::string name = part.file == pipeSign ? "standard output" : part.file.string();
+        names += (names.empty() ? "" : ", ") + name;
+    }
     return report.picture.empty() ? names : names + ", " + report.picture.string();
 }
 
-double rounded(double value) { return std::round(value * 1000) / 1000; }
+double rounded(double value, double steps = 1000) { return std::round(value * steps) / steps; }
 
 }  // namespace
 
@@ -44,7 +47,7 @@ std::string toJson(const SongReport& report) {
         line["files"] = Json::array();
         for (const PartReport& part : report.parts) {
             Json file = {{"part", part.name}, {"file", part.file.string()}};
-            if (done) file.update({{"peak", part.peak}, {"clipped", part.clipped}});
+            if (done) file.update({{"peak", rounded(part.peak, 1e6)}, {"clipped", part.clipped}});
             line["files"].push_back(file);
         }
         if (!report.picture.empty()) line["spectrogram"] = report.picture.string();
@@ -54,7 +57,7 @@ std::string toJson(const SongReport& report) {
         line["seconds"] = rounded(report.seconds);
         line["elapsed"] = rounded(report.elapsed);
         line["times_real_time"] = rounded(report.timesRealTime());
-        line["gain"] = report.gain;
+        line["gain"] = rounded(report.gain, 1e6);
         line["provider"] = report.provider;
     }
     // File names need not be UTF-8, JSON does.

@@ -9,14 +9,14 @@
 #include <memory>
 #include <utility>
 
-#include "failure.h"
+#include "png_file.h"
 
 namespace tavrin::tool {
 
 namespace {
 
 // Pixels.
-constexpr int plotWidth = 1040;
+constexpr int plotWidth = 900;
 constexpr int plotHeight = static_cast<int>(Spectrogram::rows);
 constexpr int leftMargin = 70;
 constexpr int rightMargin = 90;
@@ -27,6 +27,7 @@ constexpr int tick = 5;
 // Decibels of full scale that the colours span.
 constexpr float quietest = -100;
 constexpr float loudest = 0;
+constexpr float colourStep = 2.5F;
 
 struct Colour {
     float red;
@@ -44,7 +45,8 @@ constexpr std::array<Colour, 7> colours = {{{0, 0, 0.02F},
                                             {1, 1, 0.88F}}};
 
 std::uint32_t pixelOf(float decibels) {
-    const float share = std::clamp((decibels - quietest) / (loudest - quietest), 0.0F, 1.0F);
+    const float stepped = std::round(decibels / colourStep) * colourStep;
+    const float share = std::clamp((stepped - quietest) / (loudest - quietest), 0.0F, 1.0F);
     const float place = share * (colours.size() - 1);
     const auto below = std::min(static_cast<std::size_t>(place), colours.size() - 2);
     const float above = place - static_cast<float>(below);
@@ -113,11 +115,6 @@ double roundStep(double span, int most) {
         if (span / step > most) step *= factor;
     }
     return step;
-}
-
-cairo_status_t writeBytes(void* file, const unsigned char* bytes, unsigned count) {
-    return static_cast<HiddenFile*>(file)->write(bytes, count) == count ? CAIRO_STATUS_SUCCESS
-                                                                        : CAIRO_STATUS_WRITE_ERROR;
 }
 
 }  // namespace
@@ -214,9 +211,7 @@ void SpectrogramPicture::writeTo(HiddenFile& file) {
     }
     drawTimes(canvas.get());
     drawScale(canvas.get());
-    const cairo_status_t status = cairo_surface_write_to_png_stream(surface.get(), writeBytes, &file);
-    if (status == CAIRO_STATUS_SUCCESS) return;
-    throw writeFailure(file.target(), file.error() != 0 ? std::strerror(file.error()) : cairo_status_to_string(status));
+    writePng(surface.get(), file);
 }
 
 }  // namespace tavrin::tool
