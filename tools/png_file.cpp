@@ -40,9 +40,10 @@ Indexed indexColours(cairo_surface_t* picture) {
     Indexed indexed;
     std::map<std::uint32_t, png_byte> known;
     for (int y = 0; y < height; ++y) {
+        const unsigned char* const row = bytes + std::ptrdiff_t{y} * stride;
         for (int x = 0; x < width; ++x) {
             std::uint32_t pixel = 0;
-            std::memcpy(&pixel, bytes + y * stride + 4 * x, sizeof pixel);
+            std::memcpy(&pixel, row + 4 * std::ptrdiff_t{x}, sizeof pixel);
             pixel = fewerGreys(pixel & 0xFFFFFF);
             const auto number = static_cast<png_byte>(std::min(known.size(), paletteSize - 1));
             const auto [colour, isNew] = known.emplace(pixel, number);

@@ -71,9 +71,10 @@ Surface paint(int width, int height, Decibels decibels) {
     unsigned char* const bytes = cairo_image_surface_get_data(surface.get());
     const int stride = cairo_image_surface_get_stride(surface.get());
     for (int y = 0; bytes && y < height; ++y) {
+        unsigned char* const row = bytes + std::ptrdiff_t{y} * stride;
         for (int x = 0; x < width; ++x) {
             const std::uint32_t pixel = pixelOf(decibels(x, y));
-            std::memcpy(bytes + y * stride + 4 * x, &pixel, sizeof pixel);
+            std::memcpy(row + 4 * std::ptrdiff_t{x}, &pixel, sizeof pixel);
         }
     }
     cairo_surface_mark_dirty(surface.get());
@@ -187,8 +188,11 @@ void SpectrogramPicture::drawScale(cairo_t* canvas) const {
         return loudest + (quietest - loudest) * static_cast<float>(y) / (plotHeight - 1);
     };
     place(canvas, paint(width, plotHeight, decibels), left, top);
-    for (float value = quietest; value <= loudest; value += 20) {
-        const double y = top + double{loudest - value} / double{loudest - quietest} * plotHeight;
+    constexpr int labels = 6;
+    for (int i = 0; i < labels; ++i) {
+        const double share = static_cast<double>(i) / (labels - 1);
+        const double value = loudest + (quietest - loudest) * share;
+        const double y = top + share * plotHeight;
         drawLine(canvas, left + width, y, tick, 0);
         print(canvas, number(value), left + width + tick + 3, y + 4, Side::left);
     }

@@ -35,7 +35,10 @@ find ./* -name '*.wav' | sort >songs.txt
 
 run 2>messages &
 readonly engine=$!
-until [ -s results/a/long/.rest.wav.part ]; do sleep 0.02; done
+until [ -s results/a/long/.rest.wav.part ]; do
+    kill -0 "$engine" || fail "the long song is never in the middle: $(cat messages)"
+    sleep 0.02
+done
 kill -KILL "$(awk '/a\/long/ { print $1 }' starts)"
 ! wait "$engine" || fail "the broken song did not count as a failure"
 expect 4 songs.jsonl '"done"'
