@@ -18,10 +18,10 @@ Progress::~Progress() {
     if (_visible) showStatus("");
 }
 
-void Progress::Song::show(std::int64_t framesDone) {
-    if (_frames <= 0 || _frames == unknownLength) return;
+void Progress::Song::show(std::int64_t framesDone, std::int64_t frames) {
+    if (frames <= 0 || frames == unknownLength) return;
     // A compressed file may turn out longer than it said.
-    const double share = std::min(1.0, static_cast<double>(framesDone) / static_cast<double>(_frames));
+    const double share = std::min(1.0, static_cast<double>(framesDone) / static_cast<double>(frames));
     _progress.advance(share - _share, false);
     _share = share;
 }
@@ -34,7 +34,7 @@ void Progress::advance(double songs, bool finished) {
 }
 
 void Progress::show() const {
-    constexpr std::size_t width = 40;
+    constexpr std::size_t width = 30;
     const double share = std::clamp(_done / static_cast<double>(_songs), 0.0, 1.0);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
     const auto full = static_cast<std::size_t>(share * width);

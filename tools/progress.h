@@ -21,17 +21,16 @@ public:
     /// How far a song has come; at its destruction it is done. Songs may run on several threads.
     class Song {
     public:
-        /// @param frames the song's length, or unknownLength.
-        Song(Progress& progress, std::int64_t frames) : _progress(progress), _frames(frames) {}
+        explicit Song(Progress& progress) : _progress(progress) {}
         ~Song() { _progress.advance(1 - _share, true); }
         Song(const Song&) = delete;
         Song& operator=(const Song&) = delete;
 
-        void show(std::int64_t framesDone);
+        /// @param frames the song's length, or unknownLength.
+        void show(std::int64_t framesDone, std::int64_t frames);
 
     private:
         Progress& _progress;
-        std::int64_t _frames;
         double _share = 0;
     };
 

@@ -28,17 +28,16 @@ void warnAbout(const SongReader& reader, std::int64_t framesRead, SongReport& re
 }
 
 // The unfinished files are removed before anybody hears of a failure.
-void separate(const Options& options, const Model& model, const Targets& targets, Progress& progress,
+void separate(const Options& options, const Model& model, const Targets& targets, Progress::Song& bar,
               SongReport& report) {
     const auto start = std::chrono::steady_clock::now();
     SongReader reader(options, report.song);
     Separation separation(model.openStream(), reader.rate());
     Results results(options, report.song, targets, reader.rate(), reader.frames(), reader.tags());
-    Progress::Song bar(progress, reader.frames());
     for (std::vector<float> block = reader.read(); !block.empty(); block = reader.read()) {
         throwIfInterrupted();
         results.write(separation.process(block));
-        bar.show(separation.framesDone());
+        bar.show(separation.framesDone(), reader.frames());
     }
     results.write(separation.finish());
     throwIfInterrupted();
@@ -56,16 +55,16 @@ void separate(const Options& options, const Model& model, const Targets& targets
 SongReport separateSong(const Options& options, const Model& model, const Song& song, Progress& progress) {
     SongReport report;
     report.song = song;
+    Progress::Song bar(progress);
     try {
         const Targets targets = targetsOf(options, song);
         if (!options.overwrite && targets.areNewerThan(song.file)) {
             report.status = SongReport::Status::skipped;
             for (const Target& target : targets.parts) report.parts.push_back({target.name, target.file});
             report.picture = targets.picture;
-            const Progress::Song done(progress, unknownLength);
             return report;
         }
-        separate(options, model, targets, progress, report);
+        separate(options, model, targets, bar, report);
     } catch (const Failure& failure) {
         if (failure.code() == ExitCode::interrupted || failure.code() == ExitCode::done) throw;
         report.code = failure.code();

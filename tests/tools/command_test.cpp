@@ -199,6 +199,16 @@ TEST_F(Command, streamsThroughPipesAsTheSamplesBecomeFinal) {
     EXPECT_EQ(shell("cat song.raw | " + pipe), 2) << "raw samples need their rate";
 }
 
+TEST_F(Command, describesEveryOptionInItsManPageAndCompletions) {
+    EXPECT_EQ(
+        shell(tool + "--help | grep -oE '[-][-][a-z-]+' | sort -u >options; for o in $(cat options); do for f in " +
+              "completions/tavrin-separate completions/_tavrin-separate ../docs/man/tavrin-separate.1; do " +
+              "sed 's/[\\]//g' " TAVRIN_TOOLS "/$f | grep -qe $o'\\b' || echo $f lacks $o >&2; done; done; " +
+              "[ $(wc -l <options) -gt 20 ] && [ ! -s messages.txt ]"),
+        0)
+        << contents("messages.txt");
+}
+
 // The sum of red, green and blue where the picture shows this time and frequency, averaged over a few pixels.
 double brightness(cairo_surface_t* picture, int plot, double second, double kiloHertz) {
     const int left = 70 + static_cast<int>(900 * second / 10);
