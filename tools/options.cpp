@@ -189,6 +189,7 @@ Options parseOptions(int argc, const char* const* argv) {
     options.wantRest = only != "stem";
     options.start = parseTime("--start", start, options.start);
     options.duration = parseTime("--duration", duration, options.duration);
+    if (options.duration == 0) throw wrongUsage("--duration: 0 leaves nothing to separate; give some seconds");
     if (encoding == "int16") {
         options.raw.bits = 16;
         options.raw.isFloat = false;
