@@ -1,5 +1,6 @@
 #include "audio_writer.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -12,11 +13,11 @@ namespace {
 SF_INFO describe(const OutputFormat& format, int rate, std::int64_t frames) {
     // At most 8 bytes a frame: half of what a WAV file can hold, because announced lengths are not always right.
     constexpr std::int64_t surelyFits = (std::int64_t{1} << 31) / 8;
-    const bool isWav = (format.code & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV;
+    const bool isWav = format.container() == SF_FORMAT_WAV;
     SF_INFO info{};
     info.samplerate = rate;
     info.channels = 2;
-    info.format = isWav && frames >= surelyFits ? SF_FORMAT_RF64 | (format.code & SF_FORMAT_SUBMASK) : format.code;
+    info.format = isWav && frames >= surelyFits ? SF_FORMAT_RF64 | format.encoding() : format.code;
     return info;
 }
 
@@ -36,7 +37,8 @@ SF_VIRTUAL_IO writeThroughHiddenFile() {
 
 }  // namespace
 
-AudioWriter::AudioWriter(const std::filesystem::path& target, const OutputFormat& format, int rate, std::int64_t frames)
+AudioWriter::AudioWriter(const std::filesystem::path& target, const OutputFormat& format, int rate, std::int64_t frames,
+                         const Tags& tags)
     : _disk(target) {
     SF_INFO info = describe(format, rate, frames);
     SF_VIRTUAL_IO access = writeThroughHiddenFile();
@@ -46,11 +48,19 @@ AudioWriter::AudioWriter(const std::filesystem::path& target, const OutputFormat
     sf_command(_file.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
     // The peak chunk holds the time of day: the same song would give different bytes in every run.
     sf_command(_file.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+    // Of lossy formats: stems are worked on, so near the best.
+    double quality = 0.8;
+    sf_command(_file.get(), SFC_SET_VBR_ENCODING_QUALITY, &quality, sizeof quality);
+    writeTags(_file.get(), tags);
 }
 
 void AudioWriter::write(const std::vector<float>& samples) {
-    const auto frames = static_cast<sf_count_t>(samples.size() / 2);
-    check(sf_writef_float(_file.get(), samples.data(), frames) == frames);
+    // In small blocks: the OGG encoder keeps a whole one on the stack.
+    constexpr std::size_t largest = 8192;
+    for (std::size_t at = 0; at < samples.size(); at += largest) {
+        const auto count = static_cast<sf_count_t>(std::min(largest, samples.size() - at));
+        check(sf_write_float(_file.get(), samples.data() + at, count) == count);
+    }
 }
 
 void AudioWriter::complete() {

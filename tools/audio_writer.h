@@ -11,6 +11,7 @@
 
 #include "hidden_file.h"
 #include "output_format.h"
+#include "tags.h"
 
 namespace tavrin::tool {
 
@@ -22,7 +23,8 @@ public:
     /// @param frames about how many samples per channel will come. A WAV file that could outgrow the 4 GiB of its size
     /// field becomes an RF64 file when it really does.
     /// @throws Failure with ExitCode::writeFailed, as the other members do.
-    AudioWriter(const std::filesystem::path& target, const OutputFormat& format, int rate, std::int64_t frames);
+    AudioWriter(const std::filesystem::path& target, const OutputFormat& format, int rate, std::int64_t frames,
+                const Tags& tags);
 
     /// Appends interleaved samples. What an integer format cannot hold is clipped.
     void write(const std::vector<float>& samples);

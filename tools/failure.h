@@ -15,6 +15,7 @@ enum class ExitCode {
     inputUnreadable = 2,
     modelUnusable = 3,
     writeFailed = 4,
+    someSongsFailed = 5,
     interrupted = 130
 };
 
@@ -27,6 +28,9 @@ public:
 private:
     ExitCode _code;
 };
+
+/// The end of a run whose reader has heard enough: no failure, and nothing to say.
+inline Failure readerGone() { return {ExitCode::done, ""}; }
 
 /// @param file what was to be made or written.
 inline Failure writeFailure(const std::filesystem::path& file, const std::string& reason) {

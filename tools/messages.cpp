@@ -1,17 +1,34 @@
 #include "messages.h"
 
-#include <plog/Init.h>
-#include <plog/Record.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <mutex>
 
 namespace tavrin::tool {
 
+namespace {
+
+constexpr const char* wipeLine = "\r\033[K";
+
+std::mutex turn;
+std::string status;  // what the terminal's last line shows
+
+}  // namespace
+
 void say(std::string message) {
     std::replace(message.begin(), message.end(), '\n', ' ');
-    std::fprintf(stderr, "tavrin-separate: %s\n", message.c_str());
+    const std::lock_guard lock(turn);
+    if (!status.empty()) std::fputs(wipeLine, stderr);
+    std::fprintf(stderr, "tavrin-separate: %s\n%s", message.c_str(), status.c_str());
+}
+
+void showStatus(const std::string& line) {
+    const std::lock_guard lock(turn);
+    if (line == status) return;
+    status = line;
+    std::fprintf(stderr, "%s%s", wipeLine, line.c_str());
+    std::fflush(stderr);
 }
 
 std::string clockTime(double seconds) {
@@ -25,23 +42,6 @@ std::string clockTime(double seconds) {
                       static_cast<double>(tenths % 600) / 10);
     }
     return text;
-}
-
-const LogLines& LogLines::install(Verbosity verbosity) {
-    // Static, like plog's logger: the library may log until the process ends.
-    static LogLines lines(verbosity == Verbosity::verbose);
-    const plog::Severity severity[] = {plog::error, plog::warning, plog::info};
-    plog::init(severity[static_cast<int>(verbosity)], &lines);
-    return lines;
-}
-
-void LogLines::write(const plog::Record& record) {
-    const std::string line = record.getMessage();
-    const bool isError = record.getSeverity() <= plog::error;
-    // A warning to the library, but to its user nothing to worry about.
-    const bool isTiming = line.starts_with("[INFERENCE_onnx] Inference finished");
-    if (_showAll || (!isError && !isTiming)) say(line);
-    if (isError) _lastError = line;
 }
 
 }  // namespace tavrin::tool

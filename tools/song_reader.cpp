@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <string>
 
 #include "failure.h"
+#include "messages.h"
 
 namespace tavrin::tool {
 
@@ -20,29 +20,36 @@ std::vector<float> twoEqualChannels(const std::vector<float>& mono) {
 
 }  // namespace
 
-SongReader::SongReader(const std::filesystem::path& file)
-    : _name(file), _file(sf_open(file.c_str(), SFM_READ, &_info), sf_close) {
-    if (!_file) {
-        throw Failure(ExitCode::inputUnreadable, _name.string() + ": cannot be read as a song (" +
-                                                     sf_strerror(nullptr) + "); give a WAV, FLAC, OGG or MP3 file");
-    }
-    if (_info.channels > 2) {
-        throw Failure(ExitCode::inputUnreadable, _name.string() + ": has " + std::to_string(_info.channels) +
+SongReader::SongReader(const Options& options, const Song& song)
+    : _name(song.label()), _source(song.isPipe() ? openStandardInput(options) : openSoundFile(song.file)) {
+    if (_source->channels() > 2) {
+        throw Failure(ExitCode::inputUnreadable, _name + ": has " + std::to_string(_source->channels()) +
                                                      " channels; mix it down to stereo first");
+    }
+    if (options.start > 0) skipTo(options.start);
+    if (_source->frames() != unknownLength) _frames = _source->frames() - std::llround(options.start * rate());
+    // A day of any rate is far from the largest number; so is what users mean by no limit.
+    if (std::isfinite(options.duration)) _left = std::llround(options.duration * rate());
+    _frames = std::min(_frames, _left);
+}
+
+void SongReader::skipTo(double seconds) {
+    const std::int64_t wanted = std::llround(seconds * rate());
+    const std::int64_t skipped = _source->skip(wanted);
+    if (skipped < wanted || wanted == _source->frames()) {
+        throw Failure(ExitCode::wrongUsage, _name + ": is only " + clockTime(this->seconds(skipped)) +
+                                                " long; choose an earlier --start than " + clockTime(seconds));
     }
 }
 
 std::vector<float> SongReader::read() {
-    const auto channels = static_cast<std::size_t>(_info.channels);
+    const auto channels = static_cast<std::size_t>(_source->channels());
     // At most a second: a song of a very low rate grows a lot when it is converted to the model's.
-    const int wanted = std::min(_info.samplerate, largestBlock);
-    std::vector<float> block(static_cast<std::size_t>(wanted) * channels);
-    const sf_count_t count = sf_readf_float(_file.get(), block.data(), wanted);
-    if (sf_error(_file.get()) != SF_ERR_NO_ERROR) {
-        throw Failure(ExitCode::inputUnreadable, _name.string() + ": is damaged (" + sf_strerror(_file.get()) +
-                                                     "); decode or copy it anew and try again");
-    }
-    block.resize(static_cast<std::size_t>(count) * channels);
+    const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(_left, std::min(rate(), largestBlock)));
+    std::vector<float> block(wanted * channels);
+    const std::size_t count = wanted > 0 ? _source->read(block.data(), wanted) : 0;
+    if (_left != unknownLength) _left -= static_cast<std::int64_t>(count);
+    block.resize(count * channels);
     for (float& sample : block) {
         if (std::isfinite(sample)) continue;
         sample = 0;

@@ -2,28 +2,30 @@
 /// Reads a song block by block.
 #pragma once
 
-#include <sndfile.h>
-
 #include <cstdint>
-#include <filesystem>
 #include <memory>
+#include <string>
 #include <vector>
+
+#include "options.h"
+#include "sound_source.h"
+#include "work_list.h"
 
 namespace tavrin::tool {
 
-/// A song as a stream of interleaved stereo samples, whatever file it comes from; mono becomes two equal channels.
+/// The wanted part of a song as a stream of interleaved stereo samples, wherever it comes from; mono becomes two equal
+/// channels.
 class SongReader {
 public:
-    /// @throws Failure with ExitCode::inputUnreadable, also for more than two channels.
-    explicit SongReader(const std::filesystem::path& file);
+    /// @throws Failure with ExitCode::inputUnreadable, also for more than two channels; with ExitCode::wrongUsage when
+    /// the song ends before the wanted part begins.
+    SongReader(const Options& options, const Song& song);
 
-    /// What frames() says when the file does not know its length.
-    static constexpr std::int64_t unknownLength = SF_COUNT_MAX;
+    int rate() const { return _source->rate(); }     ///< samples per second
+    std::int64_t frames() const { return _frames; }  ///< samples per channel, as announced; or unknownLength
+    Tags tags() const { return _source->tags(); }
 
-    int rate() const { return _info.samplerate; }         ///< samples per second
-    std::int64_t frames() const { return _info.frames; }  ///< samples per channel, as announced by the file
-
-    double seconds(std::int64_t frames) const { return static_cast<double>(frames) / _info.samplerate; }
+    double seconds(std::int64_t frames) const { return static_cast<double>(frames) / rate(); }
 
     /// @return the next block; an empty one at the end.
     /// @throws Failure with ExitCode::inputUnreadable when the file is damaged.
@@ -34,9 +36,12 @@ public:
     std::int64_t notFinite() const { return _notFinite; }
 
 private:
-    std::filesystem::path _name;
-    SF_INFO _info{};
-    std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> _file;
+    void skipTo(double seconds);
+
+    std::string _name;
+    std::unique_ptr<SoundSource> _source;
+    std::int64_t _frames = unknownLength;
+    std::int64_t _left = unknownLength;  // of what the user wants
     std::int64_t _notFinite = 0;
 };
 

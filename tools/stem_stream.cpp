@@ -1,5 +1,6 @@
 #include "stem_stream.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
@@ -8,7 +9,7 @@
 #include <utility>
 
 #include "failure.h"
-#include "messages.h"
+#include "log_lines.h"
 #include "tavrin/multi_stem_separator.h"
 #include "tavrin/stream_separator.h"
 
@@ -62,28 +63,46 @@ private:
 
 }  // namespace
 
-std::unique_ptr<StemStream> openStemStream(const Options& options) {
+Model::Model(const Options& options) : _stems(options.stems) {
     const LogLines& log = LogLines::install(options.verbosity);
+    try {
+        load(options);
+        openStream();  // refuses a model with other inputs and outputs
+    } catch (const std::runtime_error& reason) {
+        // The registry leaves the reason to the log.
+        const std::string why = *reason.what() ? reason.what() : log.lastError();
+        throw Failure(ExitCode::modelUnusable,
+                      options.model.string() + ": is not a usable model (" + why +
+                          "); name another with --model (a scrambled one needs its --key, a multi-stem one --stems)");
+    }
+    _provider = log.provider();
+    _providers = log.providers();
+    const bool offered = std::find(_providers.begin(), _providers.end(), options.provider) != _providers.end();
+    if (!options.provider.empty() && !offered) {
+        throw Failure(ExitCode::wrongUsage, "--provider: this ONNX Runtime does not offer \"" + options.provider +
+                                                "\"; tavrin-separate --list-providers shows what it does");
+    }
+}
+
+void Model::load(const Options& options) {
     std::ifstream file(options.model, std::ios::binary);
     const std::vector<char> bytes(std::istreambuf_iterator<char>(file), {});
-    if (bytes.empty()) {
-        throw Failure(ExitCode::modelUnusable,
-                      options.model.string() + ": cannot be read as a model; name an ONNX file with --model");
-    }
+    if (bytes.empty()) throw std::runtime_error("there is no such file, or nothing in it");
     ModelData model;
     model.data = reinterpret_cast<const std::uint8_t*>(bytes.data());
     model.size = bytes.size();
     model.key = &options.key;
-    try {
-        if (!options.stems.empty())
-            return std::make_unique<MultiStemStream>(MultiStemModel(model, options.provider), options.stems);
-        if (!initializeModel(modelTag, model)) throw std::runtime_error(log.lastError());
-        return std::make_unique<SingleStemStream>();
-    } catch (const std::runtime_error& reason) {
-        throw Failure(ExitCode::modelUnusable,
-                      options.model.string() + ": is not a usable model (" + reason.what() +
-                          "); name another with --model (a scrambled one needs its --key, a multi-stem one --stems)");
+    if (!_stems.empty()) {
+        _multiStem.emplace(model, options.provider);
+    } else if (!initializeModel(modelTag, model)) {
+        throw std::runtime_error("");
     }
+}
+
+std::unique_ptr<StemStream> Model::openStream() const {
+    const std::lock_guard lock(_turn);
+    if (_multiStem) return std::make_unique<MultiStemStream>(*_multiStem, _stems);
+    return std::make_unique<SingleStemStream>();
 }
 
 }  // namespace tavrin::tool

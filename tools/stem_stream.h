@@ -1,9 +1,12 @@
 /// @file
-/// The model of this run, at work on its song.
+/// The model of this run, at work on its songs.
 #pragma once
 
 #include <cstddef>
 #include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "options.h"
@@ -30,8 +33,27 @@ public:
     virtual Parts finish() = 0;
 };
 
-/// Loads the model: a multi-stem one when stems are named, otherwise one with a single output.
-/// @throws Failure with ExitCode::modelUnusable.
-std::unique_ptr<StemStream> openStemStream(const Options& options);
+/// A loaded model: a multi-stem one when stems are named, otherwise one with a single output.
+class Model {
+public:
+    /// @throws Failure with ExitCode::modelUnusable; with ExitCode::wrongUsage when the runtime does not offer the
+    /// provider that the user wants.
+    explicit Model(const Options& options);
+
+    /// A new stream on the model; streams may run on several threads. Any thread.
+    std::unique_ptr<StemStream> openStream() const;
+
+    const std::string& provider() const { return _provider; }                 ///< that runs it
+    const std::vector<std::string>& providers() const { return _providers; }  ///< that the runtime offers
+
+private:
+    void load(const Options& options);
+
+    std::vector<Stem> _stems;
+    std::optional<MultiStemModel> _multiStem;  // empty: the library's registry has it
+    std::string _provider;
+    std::vector<std::string> _providers;
+    mutable std::mutex _turn;  // streams are made one at a time
+};
 
 }  // namespace tavrin::tool
