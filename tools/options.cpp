@@ -2,9 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
-#include <system_error>
 #include <vector>
 
+#include "bundled_model.h"
 #include "failure.h"
 #include "stem_names.h"
 
@@ -25,19 +25,11 @@ constexpr const char* footer =
     "writes My Song/vocals.wav, My Song/drums.wav and My Song/rest.wav.\n\n"
     "Exit codes: 0 done, 1 wrong usage, 2 song unreadable, 3 model unusable, 4 write failed, 130 interrupted.";
 
-// The model beside an installed program, otherwise the one of the source tree that this program was built from.
-std::filesystem::path bundledModel() {
-    std::error_code none;
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", none);
-    std::filesystem::path installed = (program.parent_path() / "../share/tavrin/models/centre.onnx").lexically_normal();
-    if (!program.empty() && std::filesystem::exists(installed, none)) return installed;
-    return std::filesystem::path(TAVRIN_MODELS) / "centre.onnx";
-}
-
 }  // namespace
 
 Options parseOptions(int argc, const char* const* argv) {
     Options options;
+    std::string model;
     std::string stems;
     std::string only;
     std::string format = options.format.name;
@@ -50,7 +42,8 @@ Options parseOptions(int argc, const char* const* argv) {
     app.add_option("SONG", options.song, "WAV, FLAC, OGG or MP3 file, mono or stereo")->required();
     app.add_option("-o,--output", options.folder, "Results go to FOLDER/<song>/ (default: the current folder)")
         ->type_name("FOLDER");
-    app.add_option("--model", options.model, "ONNX model (default: the bundled centre model)")->type_name("FILE");
+    app.add_option("--model", model, "Shipped model, centre or percussive, or an ONNX file (default: centre)")
+        ->type_name("MODEL");
     app.add_option("--key", options.key, "Key of a scrambled model")->type_name("TEXT");
     CLI::Option* stemsOption =
         app.add_option("--stems", stems, "Stems to take out with a multi-stem model, such as vocals,drums, or all")
@@ -77,10 +70,10 @@ Options parseOptions(int argc, const char* const* argv) {
 
     if (*stemsOption) {
         options.stems = stemsNamed(stems);
-        if (options.model.empty())
+        if (model.empty())
             throw Failure(ExitCode::wrongUsage, "--stems: no multi-stem model is bundled; name one with --model");
     }
-    if (options.model.empty()) options.model = bundledModel();
+    options.model = modelNamed(model.empty() ? "centre" : model);
     options.wantStems = only != "rest";
     options.wantRest = only != "stem";
     for (const OutputFormat& known : outputFormats) {
