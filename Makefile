@@ -5,6 +5,7 @@
 #   make install            install below PREFIX
 #   make stress             ten hours of audio, shared models, damaged models, failing memory: ten minutes
 #   make fuzz [SECONDS=300] each fuzzer for so long (clang)
+#   make docs               the interface as a web site, build/docs/html (needs doxygen)
 #   make format lint clean
 #
 # PRESET chooses the build: release, debug, clang, asan or tsan (CMakePresets.json).
@@ -14,7 +15,7 @@ BUILD := build/$(PRESET)
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
 
-.PHONY: all setup build demo test stress fuzz install format check-format lint clean
+.PHONY: all setup build demo test stress fuzz install docs format check-format lint clean
 .NOTPARALLEL:
 
 all: build
@@ -42,6 +43,10 @@ fuzz: setup
 
 install: build
 	cmake --install $(BUILD) --prefix "$(PREFIX)"
+
+docs:
+	@mkdir -p build
+	doxygen docs/Doxyfile
 
 format:
 	clang-format -i $(SOURCES)
