@@ -29,7 +29,6 @@ constexpr const char* footer =
 
 Options parseOptions(int argc, const char* const* argv) {
     Options options;
-    std::string model;
     std::string stems;
     std::string only;
     std::string format = options.format.name;
@@ -42,7 +41,7 @@ Options parseOptions(int argc, const char* const* argv) {
     app.add_option("SONG", options.song, "WAV, FLAC, OGG or MP3 file, mono or stereo")->required();
     app.add_option("-o,--output", options.folder, "Results go to FOLDER/<song>/ (default: the current folder)")
         ->type_name("FOLDER");
-    app.add_option("--model", model, "Shipped model, centre or percussive, or an ONNX file (default: centre)")
+    app.add_option("--model", options.model, "ONNX model: a file, or centre (default) or percussive")
         ->type_name("MODEL");
     app.add_option("--key", options.key, "Key of a scrambled model")->type_name("TEXT");
     CLI::Option* stemsOption =
@@ -70,10 +69,10 @@ Options parseOptions(int argc, const char* const* argv) {
 
     if (*stemsOption) {
         options.stems = stemsNamed(stems);
-        if (model.empty())
+        if (options.model.empty())
             throw Failure(ExitCode::wrongUsage, "--stems: no multi-stem model is bundled; name one with --model");
     }
-    options.model = modelNamed(model.empty() ? "centre" : model);
+    options.model = modelNamed(options.model.empty() ? "centre" : options.model.string());
     options.wantStems = only != "rest";
     options.wantRest = only != "stem";
     for (const OutputFormat& known : outputFormats) {
