@@ -84,21 +84,22 @@ TEST_F(ModelTool, isServedByTheScriptThatWrapsModels) {
 }
 
 TEST_F(ModelTool, takesChordsAndClicksApart) {
-    constexpr int rate = 44100, frames = 10 * rate;
-    const auto random = noise(2 * frames, 1);
-    std::vector<float> chord(2 * frames), clicks(2 * frames), mix(2 * frames), stem(2 * frames);
-    for (int i = 0; i < 2 * frames; ++i) {
+    constexpr int rate = 44100;
+    const auto random = noise(20 * rate, 1);
+    const size_t samples = random.size();
+    std::vector<float> chord(samples), clicks(samples), mix(samples), stem(samples);
+    for (size_t i = 0; i < samples; ++i) {
         const double t = double(i / 2) / rate;
         for (const double pitch : {220.0, 277.2, 329.6, 440.0, 880.0, 1319.0})
-            chord[i] += float(0.02 * std::sin(2 * M_PI * pitch * t + i % 2) * std::min({1.0, t, 10 - t}));
+            chord[i] += float(0.02 * std::sin(2 * M_PI * pitch * t + double(i % 2)) * std::min({1.0, t, 10 - t}));
         clicks[i] = random[i] * float(0.5 * std::exp(-std::fmod(t + 0.25, 0.5) / 0.001));
         mix[i] = chord[i] + clicks[i];
     }
-    SndfileHandle("mix.wav", SFM_WRITE, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, rate).write(mix.data(), 2 * frames);
+    SndfileHandle("mix.wav", SFM_WRITE, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, rate).write(mix.data(), std::ssize(mix));
     ASSERT_EQ(shell(TAVRIN_SEPARATE " mix.wav --model percussive"), 0);
-    ASSERT_EQ(SndfileHandle("mix/percussive.wav").read(stem.data(), 2 * frames), 2 * frames);
+    ASSERT_EQ(SndfileHandle("mix/percussive.wav").read(stem.data(), std::ssize(stem)), std::ssize(stem));
     double chordPower = 0, clickPower = 0, error = 0;
-    for (size_t i = 0; i < chord.size(); ++i) {
+    for (size_t i = 0; i < samples; ++i) {
         chordPower += std::pow(chord[i], 2), clickPower += std::pow(clicks[i], 2);
         error += std::pow(stem[i] - clicks[i], 2);  // of the rest against the chord, too: stem + rest = mix
     }
