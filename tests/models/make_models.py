@@ -41,8 +41,8 @@ write("swapped", [
     helper.make_node("Pad", ["lower", "after"], ["all"]),
     helper.make_node("Clip", ["all", "lowest", "highest"], ["separated"]),
 ], [1, 4, 2048, 256], constants=[
-    ("from", numpy.array([0])), ("to", numpy.array([1024])), ("axis", numpy.array([2])),
-    ("after", numpy.array([0, 0, 0, 0, 0, 0, 1024, 0])),
+    *[(name, numpy.array(value)) for name, value in
+      [("from", [0]), ("to", [1024]), ("axis", [2]), ("after", [0, 0, 0, 0, 0, 0, 1024, 0])]],
     ("lowest", numpy.array(-8, numpy.float32)), ("highest", numpy.array(8, numpy.float32))])
 
 # Each stem has a gain of its own, 1/2, 1/4, 1/8 …, and none looks at its flag: silence comes from the library's gating.
