@@ -45,6 +45,7 @@ install: build
 	cmake --install $(BUILD) --prefix "$(PREFIX)"
 
 docs:
+	@command -v doxygen >/dev/null || { echo "make docs: doxygen is missing: apt-get install doxygen" >&2; exit 1; }
 	@mkdir -p build
 	doxygen docs/Doxyfile
 

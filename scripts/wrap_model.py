@@ -9,8 +9,10 @@ Needs the Python package onnx (Debian's python3-onnx). Weights in separate files
 """
 
 import argparse
+import os
 import sys
 
+import google.protobuf.message
 import numpy
 import onnx
 from onnx import TensorProto, helper, numpy_helper
@@ -104,7 +106,12 @@ def main():
     options = parser.parse_args()
     if options.gain is not None and not 0 < options.gain < float("inf"):
         fail(f"--gain {options.gain}: a finite number above 0 is needed")
-    model = onnx.load(options.model)
+    try:
+        model = onnx.load(options.model)
+    except (OSError, google.protobuf.message.DecodeError) as reason:
+        fail(f"{options.model}: cannot be read as a model ({reason})")
+    if os.path.exists(options.wrapped) and os.path.samefile(options.model, options.wrapped):
+        fail(f"{options.wrapped}: would replace the original; name another file")
     wrap(model, options.swap, options.gain)
     onnx.checker.check_model(model)
     onnx.save(model, options.wrapped)
