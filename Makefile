@@ -7,6 +7,7 @@
 #   make bench              one table of the library's speed and memory against its transforms: two minutes
 #   make stress             ten hours of audio, shared models, damaged models, failing memory: ten minutes
 #   make fuzz [SECONDS=300] each fuzzer for so long (clang)
+#   make docs               the interface as a web site, build/docs/html (needs doxygen)
 #   make format lint clean
 #
 # PRESET chooses the build: release, debug, static, clang, asan or tsan (CMakePresets.json).
@@ -16,7 +17,7 @@ BUILD := build/$(PRESET)
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
 
-.PHONY: all setup build demo test test-arm64 bench stress fuzz install format check-format lint clean
+.PHONY: all setup build demo test test-arm64 bench stress fuzz install docs format check-format lint clean
 .NOTPARALLEL:
 
 all: build
@@ -54,6 +55,11 @@ fuzz: setup
 
 install: build
 	cmake --install $(BUILD) --prefix "$(PREFIX)"
+
+docs:
+	@command -v doxygen >/dev/null || { echo "make docs: doxygen is missing: apt-get install doxygen" >&2; exit 1; }
+	@mkdir -p build
+	doxygen docs/Doxyfile
 
 format:
 	clang-format -i $(SOURCES)

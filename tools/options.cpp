@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <map>
 #include <sstream>
-#include <system_error>
 #include <vector>
 
+#include "bundled_model.h"
 #include "failure.h"
 #include "stem_names.h"
 
@@ -33,15 +33,6 @@ constexpr const char* footer =
     "plays the rest while the song comes in.\n\n"
     "Exit codes: 0 done, 1 wrong usage, 2 song unreadable, 3 model unusable, 4 write failed,\n"
     "5 some of several songs failed, 130 interrupted.";
-
-// The model beside an installed program, otherwise the one of the source tree that this program was built from.
-std::filesystem::path bundledModel() {
-    std::error_code none;
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", none);
-    std::filesystem::path installed = (program.parent_path() / "../share/tavrin/models/centre.onnx").lexically_normal();
-    if (!program.empty() && std::filesystem::exists(installed, none)) return installed;
-    return std::filesystem::path(TAVRIN_MODELS) / "centre.onnx";
-}
 
 Failure wrongUsage(const std::string& message) { return {ExitCode::wrongUsage, message}; }
 
@@ -128,7 +119,8 @@ Options parseOptions(int argc, const char* const* argv) {
                    "Names of the results in FOLDER (default: {song}/{stem}.{ext}; {folder} is the song's own in the "
                    "folder that was given)")
         ->type_name("TEMPLATE");
-    app.add_option("--model", options.model, "ONNX model (default: the bundled centre model)")->type_name("FILE");
+    app.add_option("--model", options.model, "ONNX model: a file, or centre (default) or percussive")
+        ->type_name("MODEL");
     app.add_option("--key", options.key, "Key of a scrambled model")->type_name("TEXT");
     CLI::Option* stemsOption =
         app.add_option("--stems", stems, "Stems to take out with a multi-stem model, such as vocals,drums, or all")
@@ -184,7 +176,7 @@ Options parseOptions(int argc, const char* const* argv) {
         if (options.model.empty())
             throw Failure(ExitCode::wrongUsage, "--stems: no multi-stem model is bundled; name one with --model");
     }
-    if (options.model.empty()) options.model = bundledModel();
+    options.model = modelNamed(options.model.empty() ? "centre" : options.model.string());
     options.wantStems = only != "rest";
     options.wantRest = only != "stem";
     options.start = parseTime("--start", start, options.start);

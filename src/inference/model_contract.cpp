@@ -17,7 +17,8 @@ void requireTensor(const ModelTensor& tensor, const std::string& elementType, co
     if (tensor.elementType == elementType && tensor.shape == shape) return;
     std::string message = "the model's '" + tensor.name + "' is " + describe(tensor.elementType, tensor.shape) +
                           "; this library needs " + describe(elementType, shape);
-    if (tensor.shape == Dimensions{1, 4, 2048, 256}) message += " (frames and bins look swapped)";
+    if (tensor.shape == Dimensions{1, 4, 2048, 256})
+        message += ". Frames and bins look swapped: docs/model-contract.md shows how to wrap it";
     throw std::runtime_error(message);
 }
 

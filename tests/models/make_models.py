@@ -35,6 +35,16 @@ write("failing", [
     helper.make_node("Gather", ["spectrum", "indices"], ["separated"], axis=1),
 ], CONTRACT, constants=[("planes", numpy.array([4], numpy.float32))])
 
+# Frames and bins the other way round. Drops the upper half of the bins and clips, so that a wrong order or scale shows.
+write("swapped", [
+    helper.make_node("Slice", ["spectrum", "from", "to", "axis"], ["lower"]),
+    helper.make_node("Pad", ["lower", "after"], ["all"]),
+    helper.make_node("Clip", ["all", "lowest", "highest"], ["separated"]),
+], [1, 4, 2048, 256], constants=[
+    *[(name, numpy.array(value)) for name, value in
+      [("from", [0]), ("to", [1024]), ("axis", [2]), ("after", [0, 0, 0, 0, 0, 0, 1024, 0])]],
+    ("lowest", numpy.array(-8, numpy.float32)), ("highest", numpy.array(8, numpy.float32))])
+
 # Each stem has a gain of its own, 1/2, 1/4, 1/8 …, and none looks at its flag: silence comes from the library's gating.
 STEMS = ["vocals", "drum", "bass", "piano", "acoustic_guitar", "electric_guitar"]
 write("six_stems", [

@@ -1,0 +1,105 @@
+// tavrin-model, the shipped models and the script that wraps others, as their users run them.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sndfile.hh>
+
+#include "inference/inference_onnx.h"
+#include "support/signals.h"
+#include "tavrin/tavrin_proc.h"
+
+namespace {
+
+const std::string models = TAVRIN_TEST_MODELS "/", tool = TAVRIN_MODEL " ", wrapper = TAVRIN_WRAP_MODEL " ";
+
+// Every test works in an empty folder of its own.
+struct ModelTool : testing::Test {
+    const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("tavrin-" + std::to_string(getpid()));
+    ModelTool() {
+        std::filesystem::create_directory(folder);
+        std::filesystem::current_path(folder);
+    }
+    ~ModelTool() override { std::filesystem::remove_all(folder); }
+};
+
+int shell(const std::string& command) { return WEXITSTATUS(std::system(("exec >out.txt 2>&1; " + command).c_str())); }
+
+std::string bytesOf(const std::string& name) {
+    return {std::istreambuf_iterator(std::ifstream(name, std::ios::binary).rdbuf()), {}};
+}
+
+void expectVerdict(int code, const std::string& text, const std::string& model) {
+    EXPECT_EQ(shell(tool + "inspect " + model), code) << model;
+    EXPECT_NE(bytesOf("out.txt").find(text), std::string::npos) << model << ": " << text;
+}
+
+TEST_F(ModelTool, saysWhatAModelLacksAndTimesOneThatLacksNothing) {
+    expectVerdict(0, "5.9 s of music, takes", "centre");
+    expectVerdict(3, "needed is float [1, 4, 256, 2048]; frames and bins look swapped", models + "swapped.onnx");
+    expectVerdict(3, "float [1, 4, frames, 2048]; needed is", models + "symbolic.onnx");
+    expectVerdict(3, "export it as float", models + "half.onnx");
+    expectVerdict(3, "'separated' is no tensor", models + "no_tensor.onnx");
+    expectVerdict(3, "indices element out of data bounds", models + "failing.onnx");
+    expectVerdict(2, "nowhere.onnx", "nowhere.onnx");
+}
+
+TEST_F(ModelTool, scramblesForTheLibraryAndBackAndNeverOverItsInput) {
+    const std::string key = "sevenly", scramble = tool + "scramble plain --key-file key -o ";
+    ASSERT_EQ(shell("printf 'sevenly\\r\\n' >key; cp " + models + "passthrough.onnx plain; ln plain link"), 0);
+    ASSERT_EQ(shell(scramble + "scrambled"), 0);
+    const std::string model = bytesOf("scrambled");
+    EXPECT_TRUE(tavrin::initializeModel("tag", {reinterpret_cast<const uint8_t*>(model.data()), model.size(), &key}));
+    expectVerdict(3, "--key-file", "scrambled");
+    for (const std::string output : {"plain", "./link", "key", "/dev/null"}) EXPECT_EQ(shell(scramble + output), 1);
+    EXPECT_EQ(bytesOf("plain"), bytesOf(models + "passthrough.onnx"));
+    // Longer than any buffer: of zeros, the key over and over.
+    ASSERT_EQ(shell("head -c 200001 /dev/zero >plain;" + scramble + "a;" + tool + "unscramble a -o b --key-file key"),
+              0);
+    std::string keys;
+    while (keys.size() < 200001) keys += key;
+    EXPECT_EQ(bytesOf("a"), keys.substr(0, 200001));
+    EXPECT_EQ(bytesOf("b"), bytesOf("plain"));
+}
+
+TEST_F(ModelTool, isServedByTheScriptThatWrapsModels) {
+    if (shell("/usr/bin/python3 -c 'import onnx'") != 0) GTEST_SKIP() << "install python3-onnx to test it";
+    ASSERT_EQ(shell(wrapper + models + "swapped.onnx wrapped --swap --gain 16"), 0);
+    const std::string model = bytesOf("wrapped");
+    std::vector<float> in = noise(4 * 256 * 2048, 1), out(in.size());
+    EXPECT_TRUE(InferenceONNX::create(model.data(), model.size(), "")->run(in.data(), {out.data()}, {1, 4, 256, 2048}));
+    // The model inside clips at 8, and drops the upper half of the bins.
+    for (size_t i = 0; i < in.size(); ++i) in[i] = i % 2048 < 1024 ? std::clamp(in[i], -0.5f, 0.5f) : 0;
+    EXPECT_EQ(out, in);
+    EXPECT_EQ(shell(wrapper + models + "six_stems.onnx six --gain 2 && " + tool + "inspect six"), 0);
+    EXPECT_EQ(shell(wrapper + models + "symbolic.onnx fixed && " + tool + "inspect fixed"), 0);
+    EXPECT_EQ(shell(wrapper + models + "swapped.onnx unswapped"), 1);
+}
+
+TEST_F(ModelTool, takesChordsAndClicksApart) {
+    constexpr int rate = 44100;
+    std::vector<float> clicks = noise(20 * rate, 1), chord(clicks.size()), mix(chord), stem(chord);
+    for (size_t i = 0; i < mix.size(); ++i) {
+        const double t = double(i / 2) / rate;
+        for (const double pitch : {220.0, 277.2, 329.6, 440.0, 880.0, 1319.0})
+            chord[i] += float(0.02 * std::sin(2 * M_PI * pitch * t + double(i % 2)) * std::min({1.0, t, 10 - t}));
+        clicks[i] *= float(0.5 * std::exp(-std::fmod(t + 0.25, 0.5) / 0.001));
+        mix[i] = chord[i] + clicks[i];
+    }
+    SndfileHandle("mix.wav", SFM_WRITE, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, rate).write(mix.data(), std::ssize(mix));
+    ASSERT_EQ(shell(TAVRIN_SEPARATE " mix.wav --model percussive"), 0);
+    ASSERT_EQ(SndfileHandle("mix/percussive.wav").read(stem.data(), std::ssize(stem)), std::ssize(stem));
+    double chordPower = 0, clickPower = 0, error = 0;
+    for (size_t i = 0; i < mix.size(); ++i) {
+        chordPower += std::pow(chord[i], 2), clickPower += std::pow(clicks[i], 2);
+        error += std::pow(stem[i] - clicks[i], 2);  // of the rest against the chord, too: stem + rest = mix
+    }
+    // By how many decibels what disturbs a part is weaker than in the mix, for the lesser of both.
+    EXPECT_GT(10 * std::log10(std::min(chordPower, clickPower) / error), 12);
+}
+
+}  // namespace
