@@ -30,15 +30,12 @@ void LogLines::write(const plog::Record& record) {
     if (_verbosity == Verbosity::verbose || (isWarning && _verbosity == Verbosity::normal)) say(line);
     const std::lock_guard lock(_turn);
     if (isError) _lastError = line;
-    noteProviders(line, isError);
+    noteProvider(line, isError);
 }
 
-void LogLines::noteProviders(const std::string& line, bool isError) {
+void LogLines::noteProvider(const std::string& line, bool isError) {
     if (line == "[INFERENCE_onnx] Create Inference ONNX") {
-        _providers.clear();
         _provider = _providerBefore = "CPUExecutionProvider";
-    } else if (const std::string offered = after("[INFERENCE_onnx] Available Provider: ", line); !offered.empty()) {
-        _providers.push_back(offered);
     } else if (const std::string tried = after("[INFERENCE_onnx] Append execution provider: ", line); !tried.empty()) {
         _providerBefore = _provider;
         _provider = tried;
@@ -50,11 +47,6 @@ void LogLines::noteProviders(const std::string& line, bool isError) {
 std::string LogLines::lastError() const {
     const std::lock_guard lock(_turn);
     return _lastError;
-}
-
-std::vector<std::string> LogLines::providers() const {
-    const std::lock_guard lock(_turn);
-    return _providers;
 }
 
 std::string LogLines::provider() const {

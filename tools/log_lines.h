@@ -6,7 +6,6 @@
 
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "messages.h"
 
@@ -16,8 +15,7 @@ namespace tavrin::tool {
 /// printed: when the run fails it is the reason to name, and when the run goes on (an accelerator that did not start,
 /// say) it was none. Nor is every model run of a multi-stem model announced then.
 ///
-/// The log also tells which execution providers the runtime offers, and which of them got the last model that was
-/// loaded.
+/// The log also tells which execution provider got the last model that was loaded.
 class LogLines final : public plog::IAppender {
 public:
     /// Makes this the process's log. To be called before the first model is loaded, because the library would otherwise
@@ -27,17 +25,15 @@ public:
     void write(const plog::Record& record) override;
 
     std::string lastError() const;
-    std::vector<std::string> providers() const;  ///< that the runtime offers, its favourite first
-    std::string provider() const;                ///< that runs the model
+    std::string provider() const;  ///< that runs the model
 
 private:
     explicit LogLines(Verbosity verbosity) : _verbosity(verbosity) {}
-    void noteProviders(const std::string& line, bool isError);
+    void noteProvider(const std::string& line, bool isError);
 
     Verbosity _verbosity;
     mutable std::mutex _turn;
     std::string _lastError;
-    std::vector<std::string> _providers;
     std::string _provider;
     std::string _providerBefore;  // it stays when the one that is being tried fails
 };

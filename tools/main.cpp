@@ -10,6 +10,7 @@
 #include "interrupt.h"
 #include "messages.h"
 #include "options.h"
+#include "providers.h"
 #include "standard_streams.h"
 #include "stem_stream.h"
 #include "targets.h"
@@ -19,9 +20,9 @@ namespace tavrin::tool {
 
 namespace {
 
-ExitCode listProviders(const Model& model) {
+ExitCode listProviders() {
     std::string list;
-    for (const std::string& provider : model.providers()) list += provider + "\n";
+    for (const std::string& provider : offeredProviders()) list += provider + "\n";
     writeStandardOutput(list.data(), list.size());
     return ExitCode::done;
 }
@@ -30,10 +31,11 @@ ExitCode run(int argc, const char* const* argv) {
     noteInterrupts();
     try {
         const Options options = parseOptions(argc, argv);
+        if (options.listProviders) return listProviders();
         const std::vector<Song> songs = listSongs(options);
         requireDistinctTargets(options, songs);
         const Model model(options);
-        return options.listProviders ? listProviders(model) : separateSongs(options, model, songs);
+        return separateSongs(options, model, songs);
     } catch (const Failure& failure) {
         if (*failure.what()) say(failure.what());
         return failure.code();

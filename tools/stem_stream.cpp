@@ -1,6 +1,5 @@
 #include "stem_stream.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
@@ -10,6 +9,7 @@
 
 #include "failure.h"
 #include "log_lines.h"
+#include "providers.h"
 #include "tavrin/multi_stem_separator.h"
 #include "tavrin/stream_separator.h"
 
@@ -64,6 +64,7 @@ private:
 }  // namespace
 
 Model::Model(const Options& options) : _stems(options.stems) {
+    if (!options.provider.empty()) requireOffered(options.provider);
     const LogLines& log = LogLines::install(options.verbosity);
     try {
         load(options);
@@ -76,12 +77,6 @@ Model::Model(const Options& options) : _stems(options.stems) {
                           "); name another with --model (a scrambled one needs its --key, a multi-stem one --stems)");
     }
     _provider = log.provider();
-    _providers = log.providers();
-    const bool offered = std::find(_providers.begin(), _providers.end(), options.provider) != _providers.end();
-    if (!options.provider.empty() && !offered) {
-        throw Failure(ExitCode::wrongUsage, "--provider: this ONNX Runtime does not offer \"" + options.provider +
-                                                "\"; tavrin-separate --list-providers shows what it does");
-    }
 }
 
 void Model::load(const Options& options) {

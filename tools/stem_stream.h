@@ -43,8 +43,8 @@ public:
     /// A new stream on the model; streams may run on several threads. Any thread.
     std::unique_ptr<StemStream> openStream() const;
 
-    const std::string& provider() const { return _provider; }                 ///< that runs it
-    const std::vector<std::string>& providers() const { return _providers; }  ///< that the runtime offers
+    /// The provider that runs it.
+    const std::string& provider() const { return _provider; }
 
 private:
     void load(const Options& options);
@@ -52,7 +52,6 @@ private:
     std::vector<Stem> _stems;
     std::optional<MultiStemModel> _multiStem;  // empty: the library's registry has it
     std::string _provider;
-    std::vector<std::string> _providers;
     mutable std::mutex _turn;  // streams are made one at a time
 };
 
