@@ -128,9 +128,7 @@ Options parseOptions(int argc, const char* const* argv) {
     // Thrown as the version is: it is printed on standard output, and the run ends.
     app.add_flag_callback(
         "--list-stems", [] { throw CLI::CallForVersion(stemList(), 0); }, "Print the names of the stems and exit");
-    app.add_option("--provider", options.provider, "Execution provider to try first with --stems")
-        ->type_name("NAME")
-        ->needs(stemsOption);
+    app.add_option("--provider", options.provider, "Execution provider to try first")->type_name("NAME");
     app.add_flag("--list-providers", options.listProviders, "Print the names of the providers and exit");
     app.add_option("--only", only, "Write the stems alone, or the rest alone")->check(CLI::IsMember({"stem", "rest"}));
     app.add_option("--format", format, "Format of the results (default: wav-float)")->check(CLI::IsMember(formats));

@@ -89,7 +89,7 @@ void Model::load(const Options& options) {
     model.key = &options.key;
     if (!_stems.empty()) {
         _multiStem.emplace(model, options.provider);
-    } else if (!initializeModel(modelTag, model)) {
+    } else if (!initializeModel(modelTag, model, options.provider)) {
         throw std::runtime_error("");
     }
 }

@@ -9,26 +9,18 @@
 
 std::map<std::string, std::shared_ptr<IInference>> inferenceInstances;
 
-namespace {
-
-// The registry loads with the default order of execution providers.
-constexpr const char* kDefaultProvider = "";
-
-std::shared_ptr<IInference> load(const tavrin::ModelData& model) {
-    return withPlainBytes(
-        model, [](const void* data, size_t size) { return InferenceONNX::create(data, size, kDefaultProvider); });
-}
-
-}  // namespace
-
-void registerModel(const std::string& tag, const tavrin::ModelData& model) {
+void registerModel(const std::string& tag, const tavrin::ModelData& model, const std::string& provider) {
     setUpLogging();
-    std::shared_ptr<IInference> inference = load(model);  // before the map is touched: a failure leaves it as it was
+    // Before the table is touched: a failure leaves it as it was.
+    std::shared_ptr<IInference> inference = withPlainBytes(
+        model, [&provider](const void* data, size_t size) { return InferenceONNX::create(data, size, provider); });
     inferenceInstances[tag] = std::move(inference);
 }
 
-bool tavrin::initializeModel(const std::string& tag, const ModelData& model) try {
-    registerModel(tag, model);
+bool tavrin::initializeModel(const std::string& tag, const ModelData& model) { return initializeModel(tag, model, ""); }
+
+bool tavrin::initializeModel(const std::string& tag, const ModelData& model, const std::string& provider) try {
+    registerModel(tag, model, provider);
     return true;
 } catch (...) {
     return false;  // what the back-end could not load, it has logged

@@ -13,4 +13,5 @@
 extern std::map<std::string, std::shared_ptr<IInference>> inferenceInstances;
 
 /// tavrin::initializeModel(), with the reason when it fails. @throws whatever the load throws; the table is as it was.
-void registerModel(const std::string& tag, const tavrin::ModelData& model);
+/// @param provider to be tried before the others; empty: the usual order.
+void registerModel(const std::string& tag, const tavrin::ModelData& model, const std::string& provider);

@@ -71,7 +71,7 @@ size_t tavrin_latency(void) { return tavrin::StreamSeparator::latency(); }
 tavrin_status tavrin_load(const char* tag, const void* data, size_t size, const void* key, size_t key_size) {
     return guarded(TAVRIN_MODEL_REFUSED, [&] {
         const CModelData model(data, size, key, key_size);
-        registerModel(&required(tag, "tag"), model.view());
+        registerModel(&required(tag, "tag"), model.view(), "");
     });
 }
 
