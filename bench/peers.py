@@ -51,8 +51,8 @@ def torch_round_trip():
     window = torch.blackman_window(FRAME)
 
     def round_trip():
-        spectrum = torch.stft(audio, FRAME, HOP, window=window, return_complex=True)
-        return torch.istft(spectrum, FRAME, HOP, window=window)
+        spectrum = torch.stft(audio, FRAME, HOP, window=window, center=False, return_complex=True)
+        return torch.istft(spectrum, FRAME, HOP, window=window, center=True)
 
     return round_trip
 

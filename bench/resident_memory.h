@@ -2,6 +2,7 @@
 /// How much memory something needs at its peak.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,6 +21,16 @@ inline size_t residentKiB(const std::string& name) {
     throw std::runtime_error("no " + name + " in the process's status");
 }
 
+/// The pages that an action is the first to touch.
+template <class Action>
+size_t pageFaults(const Action& action) {
+    rusage before{}, after{};
+    getrusage(RUSAGE_SELF, &before);
+    action();
+    getrusage(RUSAGE_SELF, &after);
+    return size_t(after.ru_minflt - before.ru_minflt);
+}
+
 /// The growth of the resident set's peak while `action` runs, in KiB. It runs in a copy of the process, so nothing that
 /// it allocates is memory that was freed before.
 template <class Action>
@@ -34,9 +45,10 @@ size_t peakGrowthKiB(const Action& action) {
         const size_t growth = residentKiB("VmHWM") - before;
         _exit(write(ends[1], &growth, sizeof growth) == sizeof growth ? 0 : 1);
     }
+    close(ends[1]);  // so that a child that dies ends the reading
     size_t growth = 0;
     const bool got = child > 0 && read(ends[0], &growth, sizeof growth) == sizeof growth;
-    close(ends[0]), close(ends[1]);
+    close(ends[0]);
     int status = 0;
     if (!got || waitpid(child, &status, 0) != child || status != 0)
         throw std::runtime_error("the memory measurement failed");

@@ -24,6 +24,9 @@
 class Stages {
 public:
     Stages() {
+        // What nobody has written to would be read off one page of zeros.
+        std::fill_n(_output.prepare(), 4 * _output.planeStride(), 1e-3f);
+        std::fill_n(_spectra.prepare(), 4 * _spectra.planeStride(), 1e-3f);
         _queue.append(rowsOf(kBlockSamples).first(kFrameLength));
         hostIn(), queue(), analysis(), synthesis();  // warm, and the first analysis behind it
     }

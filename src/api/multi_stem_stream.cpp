@@ -32,6 +32,9 @@ SeparatedStems MultiStemStream::process(const std::vector<float>& samples, bool 
         return _engine->process(block, eof, completesBlock, wanted, std::ref(place));
     };
     _stream.feed(input, std::ref(engine));
+    if (_wantRest) requireAllTaken(unwritten[kStemCount]);
+    for (size_t s = 0; s < kStemCount; ++s)
+        if (wanted[s]) requireAllTaken(unwritten[s]);
     _stream.succeed(last);
     return result;
 }

@@ -30,6 +30,7 @@ public:
             return _engine->process(block, eof, std::ref(place));
         };
         _stream.feed(input, std::ref(engine));
+        requireAllTaken(unwritten);
         _stream.succeed(last);
         return out;
     }

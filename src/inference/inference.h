@@ -25,7 +25,8 @@ public:
     /// Runs the model once on the caller's memory; keeps neither pointers nor vector.
     ///
     /// @param input `batch · channels · frames · bins` contiguous floats.
-    /// @param outputs one buffer of that many floats per model output, written in the input's layout.
+    /// @param outputs one buffer of that many floats per model output, to be written in the input's layout. They hold
+    ///        anything before; write each frame of all planes or leave it alone. What is left alone counts as silence.
     /// @param shape the extents of `input`.
     /// @return true; false only from implementations that report a failed call this way. The ONNX back-ends log a
     ///         failed execution and return true, with the buffers as the runtime left them.

@@ -28,6 +28,9 @@ constexpr float kLoudPeak = 1.1f;
 void requireGeometry(size_t channels, size_t fftSize, size_t hopSize, size_t frameCount) {
     if (channels != kOutputChannels)
         throw std::invalid_argument("ChunkProcessor: " + std::to_string(channels) + " channels; it separates stereo");
+    if (hopSize > fftSize)
+        throw std::invalid_argument("ChunkProcessor: a hop of " + std::to_string(hopSize) +
+                                    " samples leaves gaps between frames of " + std::to_string(fftSize));
     // The step from block to block is (frameCount - 1)·hopSize - fftSize.
     if (frameCount == 0 || (frameCount - 1) * hopSize <= fftSize)
         throw std::invalid_argument("ChunkProcessor: " + std::to_string(frameCount) + " frames at a hop of " +

@@ -38,7 +38,9 @@ public:
     /// @param reserved kept, not used.
     /// @param frameCount frames per model call.
     /// @param subtractFromInput return the input minus the separated signal.
-    /// @throws std::invalid_argument for a geometry whose first block would not advance, or for other channel counts.
+    /// @throws std::invalid_argument for frames with gaps between them, a geometry whose first block would not advance,
+    /// or
+    ///         other channel counts.
     ///         Blocks go on advancing from about frameCount = 4 · fftSize / hopSize on.
     ChunkProcessor(const std::shared_ptr<IInference>& inference, size_t channels, size_t fftSize, size_t hopSize,
                    size_t reserved, size_t frameCount, bool subtractFromInput);

@@ -62,6 +62,7 @@ bool MultiStemProcessor::process(const AudioView& input, bool eof, bool complete
     _outputs.emplace_back(_wantRest ? output(_stems, samples) : AudioTarget{}, edges.left);
     synthesise(*frames, wanted, padded.audio());
     for (BlockOutput& track : _outputs) track.finish();
+    _outputs.clear();
     return true;
 }
 

@@ -117,10 +117,12 @@ void PostProcessor::overlapAddFrame(float* out, size_t outStride, const TimeOfCh
         advanceWindowSum(_windowSquared.data(), _windowSum.data(), _gain.data(), _fftSize, emitted());
         --_framesToRepeat;
     }
-    const DenormalsAsZero guard;
-    for (size_t c = 0; c < _outputBuffer.shape(0); ++c)
-        overlapAdd(_outputBuffer.data() + c * _fftSize, _scaledWindow.data(), timeOf(c), _gain.data(),
-                   out + c * outStride, _fftSize, emitted());
+    {
+        const DenormalsAsZero guard;
+        for (size_t c = 0; c < _outputBuffer.shape(0); ++c)
+            overlapAdd(_outputBuffer.data() + c * _fftSize, _scaledWindow.data(), timeOf(c), _gain.data(),
+                       out + c * outStride, _fftSize, emitted());
+    }
     logShift(2, _fftSize, _hopSize);
     logShift(1, _fftSize, _hopSize);
 }

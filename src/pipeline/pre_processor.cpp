@@ -1,6 +1,7 @@
 #include "pipeline/pre_processor.h"
 
 #include <algorithm>
+#include <cassert>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -37,6 +38,7 @@ PreProcessor::PreProcessor(size_t channels, size_t fftSize, size_t hopSize, xt::
       _spectrum(xt::xarray<float>::shape_type{2 * channels, frames, fftSize / 2}, 0.0f),
       _allOutputs(outputCount, true) {
     for (size_t i = 0; i < outputCount; ++i) _outputs.emplace_back(2 * channels, frames, fftSize / 2);
+    if (channels == 0 || frames == 0) throw std::invalid_argument("PreProcessor: neither channels nor frames may be 0");
     if (_window.size() != fftSize)
         throw std::invalid_argument("PreProcessor: a window of " + std::to_string(_window.size()) +
                                     " coefficients for frames of " + std::to_string(fftSize) + " samples");
@@ -56,6 +58,7 @@ size_t PreProcessor::needData() const { return _fftSize + (_frames - 1 - _contex
 xt::xarray<float> PreProcessor::flush() { return _pendingTail; }
 
 std::optional<IndexRange> PreProcessor::analyse(const AudioView& signal, bool eof) {
+    assert(signal.step == 1);
     return analyse({signal, {}}, eof, _allOutputs);
 }
 
@@ -137,7 +140,8 @@ IndexRange PreProcessor::finalFrames(size_t newFrames, bool eof) {
     // The bound is the channel count although columns are meant: with any real geometry the tail is empty.
     const auto frameLength = static_cast<ptrdiff_t>(_fftSize);
     const IndexRange tail = clampRange(end * frameLength, static_cast<ptrdiff_t>(_channels), _frames * _fftSize);
-    if (tail.count() > 0 || _pendingTail.dimension() == 0 || _pendingTail.size() > 0) _pendingTail = spectra(tail);
+    const bool isEmpty = _pendingTail.dimension() == 3 && _pendingTail.shape(2) == 0;
+    if (tail.count() > 0 || !isEmpty) _pendingTail = spectra(tail);
     return clampRange(begin, end, _frames);
 }
 

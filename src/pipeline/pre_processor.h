@@ -34,7 +34,9 @@ public:
     /// @param frames frames per model call.
     /// @param trimEdges whether to withhold frames at the edges of a call.
     /// @param outputCount number of the model's output tensors, each like the input.
-    /// @throws std::invalid_argument for a length that cannot be transformed or a window of another length.
+    /// @throws std::invalid_argument for a length that cannot be transformed, a window of another length, or no
+    /// channels
+    ///         or frames.
     PreProcessor(size_t channels, size_t fftSize, size_t hopSize, xt::xarray<float> window,
                  std::shared_ptr<IInference> inference, size_t frames, bool trimEdges, size_t outputCount);
 
@@ -61,7 +63,7 @@ public:
     /// New frames that a block of `samples` samples, at least fftSize, brings. The hop must not be 0.
     size_t newFrames(size_t samples) const { return (samples - _fftSize) / _hopSize + 1; }
 
-    /// process() without the copies: the final frames stay where the model wrote them.
+    /// process() of rows without the copies: the final frames stay where the model wrote them.
     /// @return the frames of modelOutput() that are final; nothing when the model call reports failure.
     std::optional<IndexRange> analyse(const AudioView& signal, bool eof);
 

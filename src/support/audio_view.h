@@ -87,6 +87,11 @@ inline AudioTarget takeFirst(AudioTarget& target, size_t count) {
     return taken;
 }
 
+/// @throws std::logic_error unless all of a target has been taken.
+inline void requireAllTaken(const AudioTarget& target) {
+    if (target.samples > 0) throw std::logic_error("fewer samples were written than announced");
+}
+
 /// Views a rank-2 tensor [channels, samples].
 inline AudioView viewOf(const xt::xarray<float>& audio) {
     assert(audio.dimension() == 2);
