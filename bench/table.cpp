@@ -211,8 +211,7 @@ int main(int argc, char** argv) {
     table.count("  a separator at its peak", double(separatorKiB) / 1024, "MiB", "at most 40");
     table.count("  a multi-stem separator at its peak, six stems", double(sixStemsKiB) / 1024, "MiB");
     table.count("  page faults per call, one stem", double(faults), "");
-    table.count("  page faults per call, six stems", double(sixFaults), "",
-                "6 vectors of 2 MiB that are new to the system");
+    table.count("  page faults per call, six stems", double(sixFaults), "");
     table.count("  allocations per steady-state call", double(allocations), "",
                 "the returned vector, and a list that the model takes by value");
     return 0;
