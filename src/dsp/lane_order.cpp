@@ -1,14 +1,14 @@
 #include "dsp/lane_order.h"
 
-#include <algorithm>
 #include <cstddef>
 
 #include "support/restrict.h"
 
-// Per group of 32 floats, four lanes each of: real and imaginary parts of bins 4g … 4g + 3, of bins that fall from the
-// first quarter's end, of bins 4g … 4g + 3 above the second quarter's start, and of bins that fall from that quarter's
-// end. "Quarter" is of the transform: n / 4 bins. The falling bins start one above where they should, and what so falls
-// outside, the very first value, belongs to the eighth where the next quarter's rising bins begin.
+// The n / 2 bins make two halves. A group of 32 floats holds eight vectors of four lanes, four for each half: real and
+// imaginary parts of four rising bins, from the half's start on, then those of four falling bins, from its end down.
+// Lane j of group g is bin start + 4g + j in the one and bin end - (4g + j) in the other, n / 8 bins each. The very
+// first falling bin would be end itself, outside the half: in its place stands the one in the middle, which is left
+// over.
 
 namespace {
 
