@@ -69,7 +69,8 @@ std::optional<IndexRange> PreProcessor::analyse(const SplitAudio& signal, bool e
     const size_t fresh = newFrames(samples);
     ageSpectrum(fresh);
     const size_t firstSample = samples - _fftSize - (fresh - 1) * _hopSize;
-    for (size_t i = 0; i < fresh; ++i) writeFrame(signal, firstSample + i * _hopSize, _frames - fresh + i);
+    for (size_t c = 0; c < _channels; ++c)
+        for (size_t i = 0; i < fresh; ++i) writeFrame(signal, c, firstSample + i * _hopSize, _frames - fresh + i);
     if (!runModel(wanted)) {
         TAVRIN_LOG(plog::error, kProcess) << "Inference failed";
         return std::nullopt;
@@ -103,19 +104,17 @@ void PreProcessor::ageSpectrum(size_t newFrames) {
     }
 }
 
-// Windows and transforms one frame of every channel into a slot of the model's input.
-void PreProcessor::writeFrame(const SplitAudio& signal, size_t firstSample, size_t slot) {
+// Windows and transforms one channel's frame into a slot of the model's input.
+void PreProcessor::writeFrame(const SplitAudio& signal, size_t channel, size_t firstSample, size_t slot) {
     const size_t bins = _fftSize / 2;
     const float* window = _window.data();
     float* staging = _fft.staging();
     const DenormalsAsZero guard;
-    for (size_t c = 0; c < _channels; ++c) {
-        signal.eachPiece(c, firstSample, _fftSize, [=](const float* piece, size_t offset, size_t n) {
-            multiply(piece, window + offset, staging + offset, n);
-        });
-        float* real = _spectrum.data() + (2 * c * _frames + slot) * bins;
-        _fft.planesOfStaged(real, real + _frames * bins);
-    }
+    signal.eachPiece(channel, firstSample, _fftSize, [=](const float* piece, size_t offset, size_t n) {
+        multiply(piece, window + offset, staging + offset, n);
+    });
+    float* real = _spectrum.data() + (2 * channel * _frames + slot) * bins;
+    _fft.planesOfStaged(real, real + _frames * bins);
 }
 
 bool PreProcessor::runModel(const std::vector<bool>& wanted) {

@@ -76,7 +76,7 @@ public:
 private:
     void requireBlock(const SplitAudio& signal) const;
     void ageSpectrum(size_t newFrames);
-    void writeFrame(const SplitAudio& signal, size_t firstSample, size_t slot);
+    void writeFrame(const SplitAudio& signal, size_t channel, size_t firstSample, size_t slot);
     bool runModel(const std::vector<bool>& wanted);
     IndexRange finalFrames(size_t newFrames, bool eof);
     xt::xarray<float> spectra(const IndexRange& positions);
