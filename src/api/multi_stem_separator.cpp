@@ -43,11 +43,8 @@ class MultiStemModel::Impl {
 public:
     Impl(const ModelData& model, const std::string& provider) {
         setUpLogging();
-        _quietRuntime = holdQuietRuntime();
-        _inference = withPlainBytes(model, [&provider](const void* data, size_t size) {
-            return InferenceONNX::createMultiStem(data, size, {}, outputNames(), provider);
-        });
-        requireMultiStemContract(*_inference);
+        const PlainBytes bytes(model);
+        _inference = InferenceONNX::createMultiStem(bytes.data(), bytes.size(), {}, outputNames(), provider);
     }
 
     // Flags and run are one piece of state, so that streams on several threads take turns.
@@ -58,7 +55,6 @@ public:
     }
 
 private:
-    std::shared_ptr<void> _quietRuntime;  // made before the back-end, whose own environment would be verbose
     std::shared_ptr<IInference> _inference;
     std::mutex _turn;
 };

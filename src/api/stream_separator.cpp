@@ -7,7 +7,6 @@
 #include "api/host_exceptions.h"
 #include "api/host_stream.h"
 #include "api/sample_layout.h"
-#include "inference/model_contract.h"
 #include "pipeline/stream_cutter.h"
 
 namespace tavrin {
@@ -16,7 +15,6 @@ class StreamSeparator::Impl {
 public:
     explicit Impl(TavrinProcConfig config)
         : _config(std::move(config)), _model(findModel(_config)), _stream(_config.interleaved) {
-        requireSingleOutputContract(*_model);
         reset();
     }
 
