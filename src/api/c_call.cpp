@@ -27,7 +27,7 @@ tavrin_status reportException(tavrin_status otherwise) noexcept {
         throw;
     } catch (const Refusal& refusal) {
         return keep(refusal.status(), refusal.what());
-    } catch (const RuntimeTooOld& failure) {
+    } catch (const tavrin::RuntimeTooOld& failure) {
         return keep(TAVRIN_RUNTIME_TOO_OLD, failure.what());
     } catch (const std::bad_alloc&) {
         return keep(TAVRIN_OUT_OF_MEMORY, "out of memory");

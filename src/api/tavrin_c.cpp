@@ -17,7 +17,7 @@ namespace {
 
 // Of the runtime that the process has loaded, which stays the same.
 const std::vector<std::string>& providers() {
-    static const std::vector<std::string> names = availableProviders();
+    static const std::vector<std::string> names = tavrin::offeredProviders();
     return names;
 }
 
@@ -71,7 +71,7 @@ size_t tavrin_latency(void) { return tavrin::StreamSeparator::latency(); }
 tavrin_status tavrin_load(const char* tag, const void* data, size_t size, const void* key, size_t key_size) {
     return guarded(TAVRIN_MODEL_REFUSED, [&] {
         const CModelData model(data, size, key, key_size);
-        registerModel(&required(tag, "tag"), model.view(), "");
+        tavrin::registerModel(&required(tag, "tag"), model.view());
     });
 }
 
