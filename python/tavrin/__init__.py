@@ -143,7 +143,7 @@ class Separator:
 
     def _start(self, planar: bool) -> None:
         stems, rest, latency, context = self._config
-        self._native: _tavrin.Separator | None = _tavrin.Separator(self._model._native, stems, rest, planar, latency, context)
+        self._native = _tavrin.Separator(self._model._native, stems, rest, planar, latency, context)
         self._planar, self._begun = planar, False
         if self._selected is not None:
             self._native.select(self._selected)
@@ -154,7 +154,7 @@ class Separator:
         if not self._exclusive.acquire(blocking=False):
             raise RuntimeError("this separator is at work on another thread; give each thread its own, of one model")
         try:
-            if self._native is None:
+            if not hasattr(self, "_native"):
                 raise ValueError("this separator has been closed; make a new one")
             yield
         finally:
@@ -243,7 +243,7 @@ class Separator:
     def close(self) -> None:
         """Frees the memory of the stream; nothing can be asked of the separator then. `with` does it, too."""
         with self._exclusive:
-            self._native = None
+            self.__dict__.pop("_native", None)
 
     def __enter__(self) -> Separator:
         return self
@@ -294,7 +294,7 @@ def _stereo(samples: Any, planar: bool | None = None) -> tuple[Samples, bool]:
 
 
 def _length(array: Samples, planar: bool) -> int:
-    return array.shape[1 if planar else 0]
+    return int(array.shape[1 if planar else 0])
 
 
 def _part(array: Samples, planar: bool, start: int, end: int | None = None) -> Samples:
