@@ -1,6 +1,6 @@
 """Reads a network's weights from what people have, as arrays by name, without running anything that the file says.
 
-    weights.load("vocals.pth")        a PyTorch checkpoint, of the zip format or the one before it
+    weights.load("vocals.pth")        a PyTorch checkpoint, of the zip format or the one before it; numpy arrays in it, too
     weights.load("vocals.safetensors")
     weights.load("vocals.npz")
     weights.load("vocals/")           a folder of .npy and .npz files
@@ -145,7 +145,7 @@ def _tensors(checkpoint):
     while work:
         name, value, depth = work.pop()
         seen += 1
-        if isinstance(value, _Tensor):
+        if isinstance(value, (_Tensor, _PickledArray)):
             found[name] = value.array()
         elif isinstance(value, dict):
             if depth == DEEPEST or seen + len(value) > MOST_ENTRIES:
@@ -191,6 +191,33 @@ class _Tensor:
         return numpy.lib.stride_tricks.as_strided(elements[self.offset :], self.shape, strides, writeable=False)
 
 
+class _PickledArray:
+    """A numpy array in a checkpoint; its state comes after it: version, shape, element type, Fortran order, bytes."""
+
+    def __init__(self, *_):
+        self.state = None
+
+    def array(self):
+        if self.state is None:
+            raise WeightsError("has an array without data; the file is damaged")
+        _, shape, kind, fortran, data = self.state
+        if type(kind) is not _PickledType or not isinstance(data, bytes):
+            raise WeightsError("has an array of no known type")
+        return numpy.frombuffer(data, kind.dtype()).reshape(shape, order="F" if fortran else "C")
+
+
+class _PickledType:
+    """The element type of such an array; its state's second entry is the byte order."""
+
+    def __init__(self, kind, *_):
+        self.kind, self.state = kind, (3, "|")
+
+    def dtype(self):
+        if self.kind not in ("f8", "f4", "f2", "i8", "i4", "i2", "i1", "u1", "b1") or self.state[1] not in ("<", "|"):
+            raise WeightsError(f"has elements of type {str(self.state[1])[:8]}{str(self.kind)[:20]}")
+        return numpy.dtype("<" + self.kind)
+
+
 STORAGES = {"Double": "<f8", "Float": "<f4", "Half": "<f2", "BFloat16": BFLOAT16, "Long": "<i8", "Int": "<i4",
             "Short": "<i2", "Char": "i1", "Byte": "u1", "Bool": "?"}  # fmt: skip
 
@@ -202,6 +229,11 @@ ALLOWED = {
     "torch._utils._rebuild_tensor_v2": lambda *view: _Tensor(*view[:4]),
     "torch._utils._rebuild_parameter": lambda tensor, *_: tensor,
     **{f"torch.{name}Storage": kind for name, kind in STORAGES.items()},
+    "_codecs.encode": lambda text, _encoding: text.encode("latin1"),  # how older pickles write bytes
+    "numpy.core.multiarray._reconstruct": _PickledArray,
+    "numpy._core.multiarray._reconstruct": _PickledArray,
+    "numpy.ndarray": "ndarray",
+    "numpy.dtype": _PickledType,
 }
 MARK = object()
 
@@ -263,8 +295,10 @@ class _Program:
             case "REDUCE":
                 arguments, function = pop(), pop()
                 push(function(*arguments))
-            case "BUILD":  # attributes, such as the versions that a state dict has; not needed
-                pop()
+            case "BUILD":  # an array's contents; of others attributes, such as a state dict's versions: not needed
+                state = pop()
+                if isinstance(self.stack[-1], (_PickledArray, _PickledType)):
+                    self.stack[-1].state = state
             case "BINPERSID":
                 push(self.storage(*pop()))
             case _:
