@@ -130,23 +130,38 @@ def _double(graph, value, kernel, bias, activation, norm):
     """A transposed convolution of 5×5 with stride 2 whose output is cut by one at the front and two at the end,
     activation, normalisation.
 
-    Even outputs use the taps 1 and 3 of an axis, odd ones 0, 2 and 4, so it is a plain convolution of 3×3 with four
-    times the channels, one per parity, that are then put side by side. The runtime has fast kernels for that one, and
-    the activation and the normalisation fit before the interleaving.
+    Along an axis even outputs use the taps 1 and 3, odd ones 0, 2 and 4, so it is also four plain convolutions, one per
+    parity, whose outputs are put side by side. The runtime's kernels for those are twice as fast as for a transposed one
+    where there are neither so many channels (the first level) nor so few (the last) that its layout does not suit.
     """
-    phases = numpy.zeros((kernel.shape[1], 2, 2, kernel.shape[0], 3, 3))
-    taps = {0: {0: 3, 1: 1}, 1: {0: 4, 1: 2, 2: 0}}  # parity: {place of the input: tap of the kernel}
-    for p, rows in taps.items():
-        for q, columns in taps.items():
-            for i, row in rows.items():
-                for j, column in columns.items():
-                    phases[:, p, q, :, i, j] = kernel[:, :, row, column].T
-    value = graph.Conv(
-        value, phases.reshape(-1, kernel.shape[0], 3, 3), numpy.repeat(bias, 4), kernel_shape=[3, 3], pads=[1, 1, 1, 1]
-    )
-    value = graph.Relu(value) if activation == "relu" else graph.Elu(value)
-    value = _scale(graph, value, *(numpy.repeat(part, 4) for part in norm))
-    return graph.DepthToSpace(value, blocksize=2, mode="CRD")
+    inputs, channels = kernel.shape[:2]
+    activate = graph.Relu if activation == "relu" else graph.Elu
+    if channels < 16 or channels > 128:
+        value = graph.ConvTranspose(value, kernel, bias, kernel_shape=[5, 5], strides=[2, 2], pads=[1, 1, 2, 2])
+        return _scale(graph, activate(value), *norm)
+    if channels < 32:  # four calls cost more than multiplying by the zeros that make all parities 3×3
+        phases = numpy.zeros((2, 2, channels, inputs, 3, 3))
+        for p, q in PARITIES:
+            phases[p, q, :, :, : 2 + p, : 2 + q] = _phase(kernel, p, q)
+        phases = phases.reshape(-1, inputs, 3, 3)
+        value = activate(graph.Conv(value, phases, numpy.tile(bias, 4), kernel_shape=[3, 3], pads=[1, 1, 1, 1]))
+        value = _scale(graph, value, *(numpy.tile(part, 4) for part in norm))
+    else:
+        parts = []
+        for p, q in PARITIES:
+            part = graph.Conv(value, _phase(kernel, p, q), bias, kernel_shape=[2 + p, 2 + q], pads=[1, 1, p, q])
+            parts.append(_scale(graph, activate(part), *norm))
+        value = graph.Concat(*parts, axis=1)
+    return graph.DepthToSpace(value, blocksize=2, mode="DCR")
+
+
+PARITIES = (0, 0), (0, 1), (1, 0), (1, 1)  # of an output's row and column
+
+
+def _phase(kernel, p, q):
+    """The kernel [out, in, 2 or 3, 2 or 3] that gives the outputs of this parity; its inputs begin one place before."""
+    taps = [3, 1], [4, 2, 0]
+    return kernel[:, :, taps[p]][:, :, :, taps[q]].swapaxes(0, 1)
 
 
 def _sigmoid(graph, logits):
