@@ -29,7 +29,7 @@ readonly vocals_packages=(python3-onnx python3-numpy python3-pip)
 readonly bench_packages=(libbenchmark-dev)
 readonly arm64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
 readonly system_packages=(pkg-config libsndfile1-dev libsoxr-dev libcli11-dev nlohmann-json3-dev libcairo2-dev
-    libfftw3-dev libpng-dev parallel libgtest-dev)
+    libfftw3-dev libpng-dev parallel libgtest-dev pybind11-dev python3-dev python3-numpy python3-pytest)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
