@@ -3,6 +3,7 @@
 
     scripts/adapt_model.py mdx FILE.onnx OUT.onnx --frame-length 6144       MDX-Net
     scripts/adapt_model.py openunmix vocals.pth [drums.pth …] OUT.onnx      Open-Unmix, one checkpoint per target
+    scripts/adapt_model.py unet CHECKPOINT|FOLDER [more …] OUT.onnx         stem U-Nets, two, four or five stems
     scripts/adapt_model.py plain MODEL.onnx OUT.onnx [--swap] [--gain G]    any other that nearly fits
 
 Needs Debian's python3-numpy and python3-onnx, and no PyTorch. Then: tavrin-model inspect OUT.onnx
@@ -16,11 +17,17 @@ import sys
 import onnx
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "models"))
+import graph
 import half
 import mdx
 import openunmix
+import unet
+import unet_layouts
 import weights
 import wrap
+
+
+UNET_CONTEXT = 32
 
 
 def stem_of(text):
@@ -42,16 +49,31 @@ def adapt_mdx(options):
     )
 
 
-def adapt_openunmix(options):
-    targets = [stem_of(text) for text in options.models]
+def read_all(texts):
+    """{stem: weights by name}"""
+    targets = [stem_of(text) for text in texts]
     if len({name for name, _ in targets}) < len(targets):
-        raise weights.WeightsError("two targets have the same name; NAME=FILE gives each its own")
-    model = openunmix.build({name: weights.load(file) for name, file in targets}, {}, options.frames or 256, options.apart)
+        raise weights.WeightsError("two files have the same name for their stem; NAME=FILE gives each its own")
+    return {name: weights.load(file) for name, file in targets}
+
+
+def adapt_openunmix(options):
+    targets = read_all(options.models)
+    model = openunmix.build(targets, {}, options.frames or openunmix.FRAMES, options.apart)
     shared = len(targets) > 1 and not options.apart
-    names = ", ".join(name for name, _ in targets)
-    return model, f"{names}; " + (
+    return model, f"{', '.join(targets)}; " + (
         "the stems share out the whole mix (--apart leaves each estimate as it is)" if shared else "a mask each, by itself"
     )
+
+
+def adapt_unet(options):
+    networks = unet_layouts.networks(read_all(options.models), options.stems)
+    activation = options.activation or ("relu" if len(networks) < 3 else "elu")
+    mask = options.mask or ("softmax" if len(networks) == 5 else "sigmoid")
+    metadata = {"frame_length": 4096, "hop": 1024, "window": "hann", "context": UNET_CONTEXT}
+    above = options.above
+    model = unet.model(networks, options.frames or 256, metadata, activation=activation, mask=mask, above=above)
+    return model, f"{', '.join(networks)}; activation {activation}, mask {mask}, above the network's bins: {above}"
 
 
 def adapt_plain(options):
@@ -111,6 +133,12 @@ def arguments():
     added = family("openunmix", adapt_openunmix, "Open-Unmix, a checkpoint per target: FILE or NAME=FILE", several=True)
     added.add_argument("--apart", action="store_true", help="several targets do not share out the mix")
 
+    added = family("unet", adapt_unet, "stem U-Nets: FILE, FOLDER or NAME=FILE", several=True)
+    added.add_argument("--activation", choices=unet.ACTIVATIONS, help="(relu for two stems, elu for more)")
+    added.add_argument("--mask", choices=unet.MASKS, help="(softmax for five stems, sigmoid otherwise)")
+    added.add_argument("--above", choices=unet.ABOVE, default="silence", help="bins above the network's (silence)")
+    added.add_argument("--stems", type=names, default=[], help="names of the networks, separated by commas")
+
     added = family("plain", adapt_plain, "a model that nearly fits")
     added.add_argument("--swap", action="store_true", help="the model's spectra are [1, 4, bins, frames]")
     added.add_argument("--gain", type=number, default=1.0, help="multiply what goes in, and divide what comes out")
@@ -124,7 +152,7 @@ def arguments():
 
 def main():
     options = arguments()
-    files = [stem_of(text)[1] if options.family == "openunmix" else Path(text) for text in options.models]
+    files = [stem_of(text)[1] if options.family in ("openunmix", "unet") else Path(text) for text in options.models]
     try:
         if os.path.exists(options.out) and any(file.exists() and os.path.samefile(file, options.out) for file in files):
             raise wrap.WrapError(f"{options.out}: would replace the original; name another file")
@@ -135,7 +163,7 @@ def main():
         if options.half:
             half.halve(model)
         note = wrap.check(model)
-        onnx.save(model, options.out)
+        graph.save(model, options.out)
     except (wrap.WrapError, weights.WeightsError, OSError, ValueError) as reason:
         sys.exit(f"adapt_model.py: {' '.join(str(reason).split())}")
     print(f"{options.out}: {options.family}; {assumed}{'; ' + note if note else ''}")
