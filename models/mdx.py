@@ -12,8 +12,8 @@ def frame_length(model, asked):
     """As the user says, or as the number of bins says if that leaves one choice."""
     found = wrap.dimensions(wrap.spectra(model.graph)[0][0])
     bins, frames = found[2:]
-    if isinstance(bins, int) and isinstance(frames, int) and bins < frames:
-        raise wrap.WrapError(f"the input is {found}; MDX-Net has bins before frames, and more of them. Try the family plain")
+    if isinstance(bins, int) and isinstance(frames, int) and bins < frames and frames >= 1024:
+        raise wrap.WrapError(f"the input is {found}; MDX-Net has bins before frames. Try the family plain")
     fits = [length for length in FRAME_LENGTHS if isinstance(bins, str) or bins <= length // 2 + 1]
     if asked:
         if isinstance(bins, int) and bins > asked // 2 + 1:
