@@ -5,24 +5,21 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "bundled_model.h"
 #include "failure.h"
+#include "inference/model_contract.h"
 #include "input_file.h"
 #include "interrupt.h"
-#include "model_check.h"
 #include "model_key.h"
 #include "model_session.h"
 
 namespace tavrin::tool {
 
 namespace {
-
-// What a model call brings from the second one on: 256 frames, three of which the call before has seen, of 1024
-// samples.
-constexpr double blockSeconds = 253 * 1024 / 44100.0;
 
 constexpr const char* footer =
     "Examples:\n"
@@ -41,27 +38,46 @@ std::string readModel(const std::filesystem::path& file, const std::string& keyF
     return bytes;
 }
 
+// What the file says, and, if it may be given to the runtime, its inputs and outputs.
+ModelDescription read(const std::string& bytes, std::optional<ModelSession>& session) {
+    ModelDescription model{readOnnxFile(bytes.data(), bytes.size())};
+    if (!model.file.whole || !model.file.outside.empty()) return model;
+    try {
+        session.emplace(bytes);
+    } catch (const std::exception& reason) {
+        throw std::runtime_error(reason.what() + loadAdvice(model.file));
+    }
+    model.signature = session->signature();
+    for (const ModelTensor& input : model.signature->inputs) print("input", input);
+    for (const ModelTensor& output : model.signature->outputs) print("output", output);
+    return model;
+}
+
+void print(const ModelFacts& facts) {
+    std::printf("%zu frames of %zu samples (%s) every %zu, %zu bins, %zu of context, %u Hz; stems:", facts.frames,
+                facts.frameLength, facts.window.c_str(), facts.hop, facts.bins, facts.context, facts.sampleRate);
+    for (const std::string& stem : facts.stems) std::printf(" %s", stem.c_str());
+    std::printf("\n");
+}
+
 void inspect(const std::string& name, const std::string& keyFile) {
     const std::filesystem::path file = modelNamed(name);
     const std::string bytes = readModel(file, keyFile);
     try {
-        ModelSession session(bytes);
-        const ModelSignature model = session.signature();
         std::printf("%s: %zu bytes\n", file.c_str(), bytes.size());
-        for (const ModelTensor& input : model.inputs) print("input", input);
-        for (const ModelTensor& output : model.outputs) print("output", output);
-
-        const char* kind = isMultiStem(model) ? "multi-stem" : "single-stem";
-        const std::vector<std::string> problems = contractProblems(model);
-        std::printf("meets the %s contract: %s\n", kind, problems.empty() ? "yes" : "no");
+        std::optional<ModelSession> session;
+        const auto [problems, facts] = judge(read(bytes, session));
+        std::printf("meets the contract: %s\n", problems.empty() ? "yes" : "no");
         for (const std::string& problem : problems) std::printf("  %s\n", problem.c_str());
         if (!problems.empty())
-            throw Failure(ExitCode::modelUnusable, file.string() + ": does not meet the " + kind +
-                                                       " contract; the list above says what to change");
+            throw Failure(ExitCode::modelUnusable,
+                          file.string() + ": does not meet the contract; the list above says what to change");
+        print(facts);
         std::fflush(stdout);  // in case that a run takes long
-        const double seconds = session.timeOneBlock().count();
-        std::printf("one block, %.1f s of music, takes %.1f ms on the CPU (%.0f times real time)\n", blockSeconds,
-                    1000 * seconds, blockSeconds / seconds);
+        const double seconds = session->timeOneBlock().count();
+        const double served = static_cast<double>((facts.frames - 2 * facts.context) * facts.hop) / facts.sampleRate;
+        std::printf("one block, %.1f s of music, takes %.1f ms on the CPU (%.0f times real time)\n", served,
+                    1000 * seconds, served / seconds);
     } catch (const Failure&) {
         throw;
     } catch (const std::exception& reason) {
