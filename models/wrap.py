@@ -27,6 +27,7 @@ class Wrapping:
     swap: bool = False  # the model has bins before frames
     gain: float = 1.0  # times what goes in
     gain_out: float = 1.0  # times what comes out
+    real_dc: bool = False  # the model may give DC an imaginary part, which the pipeline takes for the Nyquist bin
     invert: bool = False  # the outputs are what is to be left out
     names: list = field(default_factory=list)  # of the outputs; none: as they are
 
@@ -159,7 +160,10 @@ class Wrapper:
             ends = [self.integers(name, [n]) for name, n in (("start", 0), ("end", self.bins), ("axis", 3))]
             steps += [("Slice", ends, {})]
         gain = self.wrapping.gain_out / self.wrapping.gain * (-1 if self.wrapping.invert else 1)
-        steps += [("Mul", [self.number("gain_out", gain)], {})] if gain != 1 else []
+        if self.wrapping.real_dc:
+            gain = numpy.full([1, 4, 1, self.bins], gain)
+            gain[:, 1::2, :, 0] = 0
+        steps += [("Mul", [self.number("gain_out", gain)], {})] if numpy.any(gain != 1) else []
         return steps + ([("Add", [self.inputs[0].name], {})] if self.wrapping.invert else [])
 
     @staticmethod

@@ -41,7 +41,9 @@ def adapt_mdx(options):
     length = mdx.frame_length(model, options.frame_length)
     stems = options.stems or [mdx.stem_name(Path(options.models[0]))]
     gain = options.compensate
-    wrapping = wrap.Wrapping(length // 2, options.frames, swap=True, gain_out=gain, invert=options.invert, names=stems)
+    wrapping = wrap.Wrapping(
+        length // 2, options.frames, swap=True, gain_out=gain, real_dc=True, invert=options.invert, names=stems
+    )
     metadata = {"frame_length": length, "hop": mdx.HOP, "window": "hann", "context": mdx.context(length)}
     return wrap.wrap(model, wrapping, metadata), (
         f"frames of {length} samples every {mdx.HOP}; times {gain:g}{', taken from the mix' if options.invert else ''}; "
