@@ -12,7 +12,7 @@ def frame_length(model, asked):
     """As the user says, or as the number of bins says if that leaves one choice."""
     found = wrap.dimensions(wrap.spectra(model.graph)[0][0])
     bins, frames = found[2:]
-    if isinstance(bins, int) and isinstance(frames, int) and bins < frames and frames >= 1024:
+    if isinstance(bins, int) and isinstance(frames, int) and bins < frames and frames >= 2048:
         raise wrap.WrapError(f"the input is {found}; MDX-Net has bins before frames. Try the family plain")
     fits = [length for length in FRAME_LENGTHS if isinstance(bins, str) or bins <= length // 2 + 1]
     if asked:

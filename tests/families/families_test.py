@@ -32,7 +32,7 @@ def signal(seconds):
     """Tones that come and go, left and right their own, none near the Nyquist bin, which our spectra leave out."""
     random, time = numpy.random.RandomState(1), numpy.arange(int(seconds * RATE)) / RATE
     audio = numpy.zeros((2, time.size))
-    for _ in range(60):
+    for _ in range(24):
         pitch, slow, phase = 40 * 450 ** random.rand(), 4 * random.rand(), 6 * random.rand()
         tone = 0.05 * numpy.sin(2 * numpy.pi * pitch * time + phase) * numpy.sin(slow * time + phase) ** 4
         audio += numpy.outer(random.rand(2), tone)
