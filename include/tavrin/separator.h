@@ -73,7 +73,9 @@ public:
 
 private:
     friend class Separator;
+    friend struct ModelAccess;
     class Impl;
+    explicit Model(std::shared_ptr<Impl> impl);
     std::shared_ptr<Impl> _impl;
 };
 
