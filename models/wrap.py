@@ -3,6 +3,7 @@ outputs stay; dimensions that were open become numbers; weights in separate file
 """
 
 from dataclasses import dataclass, field
+from pathlib import Path
 
 import google.protobuf.message
 import numpy
@@ -33,10 +34,29 @@ class Wrapping:
 
 
 def read(path):
+    """The model with all its weights. Those in other files have to lie beside it: a name is not trusted to lead elsewhere."""
     try:
-        return onnx.load(path)
-    except (OSError, google.protobuf.message.DecodeError) as reason:
-        raise WrapError(f"{path}: cannot be read as an ONNX model ({reason})") from None
+        model = onnx.load(path, load_external_data=False)
+        for tensor in tensors(model.graph):
+            for entry in tensor.external_data:
+                if entry.key == "location" and Path(entry.value).name != entry.value:
+                    raise WrapError(f"{path}: wants weights from '{entry.value}', which does not lie beside it")
+        onnx.load_external_data_for_model(model, str(Path(path).parent))
+    except (OSError, ValueError, TypeError, google.protobuf.message.DecodeError) as reason:
+        raise WrapError(f"{path}: cannot be read as an ONNX model ({one_line(reason)})") from None
+    return model
+
+
+def tensors(graph):
+    yield from graph.initializer
+    for attribute in (attribute for node in graph.node for attribute in node.attribute):
+        yield from [attribute.t, *attribute.tensors]
+        for body in [attribute.g, *attribute.graphs]:
+            yield from tensors(body)
+
+
+def one_line(reason):
+    return " ".join(str(reason).split())[:200] or type(reason).__name__
 
 
 def check(model):
@@ -48,7 +68,7 @@ def check(model):
     try:
         onnx.checker.check_model(model)
     except onnx.checker.ValidationError as reason:
-        raise WrapError(f"the package onnx finds the model faulty: {str(reason).strip().splitlines()[0]}") from None
+        raise WrapError(f"the package onnx finds the model faulty: {one_line(reason)}") from None
     return ""
 
 
@@ -198,7 +218,10 @@ class Wrapper:
 
 def wrap(model, wrapping, metadata):
     """Wraps the model in place and adds what it says of itself."""
-    Wrapper(model, wrapping).wrap()
+    try:
+        Wrapper(model, wrapping).wrap()
+    except TypeError:  # what is not UTF-8 arrives as bytes
+        raise WrapError("a name in the model is no text; the file is damaged") from None
     kept = {entry.key: entry.value for entry in model.metadata_props}
     helper.set_model_props(model, kept | {f"tavrin.{key}": str(value) for key, value in metadata.items()})
     return model
