@@ -2,6 +2,8 @@
 #
 #   make demo [SONG=path]   separate a song, the demo's own or yours
 #   make test               build everything and run the tests
+#   make wheel              the Python package with everything inside, build/wheel
+#   make test-wheel         and its tests, from a fresh environment
 #   make test-arm64         cross build for arm64 and its unit tests, run by an emulator
 #   make install            install below PREFIX
 #   make bench              one table of the library's speed and memory against its transforms: two minutes
@@ -17,7 +19,7 @@ BUILD := build/$(PRESET)
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
 
-.PHONY: all setup build demo test test-arm64 bench stress fuzz install docs format check-format lint clean
+.PHONY: all setup build demo test wheel test-wheel test-arm64 bench stress fuzz install docs format check-format lint clean
 .NOTPARALLEL:
 
 all: build
@@ -46,6 +48,12 @@ bench: setup
 test-arm64: setup
 	@scripts/setup.sh arm64
 	@$(MAKE) --no-print-directory test PRESET=arm64
+
+wheel: setup
+	@scripts/wheel.sh
+
+test-wheel: build
+	@TAVRIN_HOST="$(CURDIR)/$(BUILD)/examples/minimal_host" scripts/wheel.sh test
 
 stress: setup
 	@scripts/stress.sh
