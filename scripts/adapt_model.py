@@ -27,7 +27,7 @@ import weights
 import wrap
 
 
-UNET_CONTEXT = 32
+UNET_FRAMES, UNET_CONTEXT = 512, 32
 
 
 def stem_of(text):
@@ -74,7 +74,7 @@ def adapt_unet(options):
     mask = options.mask or ("softmax" if len(networks) == 5 else "sigmoid")
     metadata = {"frame_length": 4096, "hop": 1024, "window": "hann", "context": UNET_CONTEXT}
     above = options.above
-    model = unet.model(networks, options.frames or 256, metadata, activation=activation, mask=mask, above=above)
+    model = unet.model(networks, options.frames or UNET_FRAMES, metadata, activation=activation, mask=mask, above=above)
     return model, f"{', '.join(networks)}; activation {activation}, mask {mask}, above the network's bins: {above}"
 
 
