@@ -262,19 +262,19 @@ def speed(library, wanted):
         for size in FAMILIES[name].SIZES:
             family = FAMILIES[name](size)
             step = (frames - 2 * context) * family.hop
-            for half in [], ["--half"]:
-                model = adapt(FOLDER / "model.onnx", *family.files(FOLDER, frames), *half)
-                times = []
-                for samples in (step // 2, step // 2 + 2 * step):
-                    audio, start = numpy.zeros((2, samples), numpy.float32) + 0.01, time.process_time()
-                    library.separate(model, audio, context, threads=1)
-                    times.append(time.process_time() - start)
-                call, seconds = (times[1] - times[0]) / 2, step / 44100
-                print(
-                    f"{name}, {size} {' '.join(half)}: {len(model) / 2**20:.0f} MiB, {call:.2f} s for {seconds:.1f} s of music, "
-                    f"{seconds / call:.1f} times real time",
-                    flush=True,
-                )
+            model = adapt(FOLDER / "model.onnx", *family.files(FOLDER, frames))
+            times = []
+            for calls in 1, 2:
+                audio = numpy.full((2, calls * step - step // 2), 0.01, numpy.float32)
+                start = time.process_time()
+                library.separate(model, audio, context, threads=1)
+                times.append(time.process_time() - start)
+            call, seconds = times[1] - times[0], step / 44100
+            print(
+                f"{name}, {size}: {len(model) / 2**20:.0f} MiB, {call:.2f} s for {seconds:.1f} s of music, "
+                f"{seconds / call:.1f} times real time",
+                flush=True,
+            )
 
 
 @torch.no_grad()
