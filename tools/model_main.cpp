@@ -45,7 +45,7 @@ ModelDescription read(const std::string& bytes, std::optional<ModelSession>& ses
     try {
         session.emplace(bytes);
     } catch (const std::exception& reason) {
-        throw std::runtime_error(reason.what() + loadAdvice(model.file));
+        throw std::runtime_error(loadProblem(model.file, reason.what()));
     }
     model.signature = session->signature();
     for (const ModelTensor& input : model.signature->inputs) print("input", input);
