@@ -52,7 +52,7 @@ endif()
 
 configure_package_config_file(cmake/tavrinConfig.cmake.in "${PROJECT_BINARY_DIR}/tavrinConfig.cmake"
   INSTALL_DESTINATION "${_package}" PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_DATADIR)
-write_basic_package_version_file("${PROJECT_BINARY_DIR}/tavrinConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/tavrinConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/tavrinConfig.cmake" "${PROJECT_BINARY_DIR}/tavrinConfigVersion.cmake"
   DESTINATION "${_package}")
 

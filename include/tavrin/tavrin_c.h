@@ -1,43 +1,43 @@
 /// @file
-/// The C interface of libtavrin_proc, for C and for every language that can call C. It is plain C11 and also valid
-/// C++17; C++ hosts have stream_separator.h and multi_stem_separator.h.
+/// The C interface of libtavrin_proc, for C and for every language that can call C: separator.h in C. It is plain C11
+/// and also valid C++17.
 ///
-/// Load a model, create a stream, feed it blocks of any size, finish it. A whole host is examples/separate.c.
+/// Load a model, create a separator, feed it blocks of any size, finish it. A whole host is examples/separate.c.
 ///
-///     tavrin_load("centre", bytes, size, NULL, 0);
-///     tavrin_stream* stream;
-///     const tavrin_stream_config config = {.struct_size = sizeof config, .tag = "centre"};
-///     tavrin_stream_create(&config, &stream);
-///     const size_t capacity = tavrin_latency() + block_size;  // enough for every call
-///     float* out = malloc(2 * capacity * sizeof *out);
-///     while ((n = read_block(in)) > 0) {
-///         tavrin_stream_process(stream, in, n, out, capacity, &written);
-///         write_block(out, written);
+///     tavrin_model* model;
+///     tavrin_separator* separator;
+///     tavrin_model_create(bytes, size, NULL, &model);
+///     tavrin_separator_create(model, NULL, &separator);       // every stem of the model, interleaved
+///     const size_t capacity = tavrin_separator_latency(separator) + BLOCK;  // enough for every call
+///     float* vocals = malloc(2 * capacity * sizeof *vocals);
+///     float* const outputs[] = {vocals};                      // one for each output
+///     const float* const input = block;
+///     while ((n = read_block(block)) > 0) {
+///         tavrin_separator_process(separator, &input, n, outputs, capacity, &written);
+///         write_block(vocals, written);
 ///     }
-///     tavrin_stream_finish(stream, out, capacity, &written);
-///     write_block(out, written);
-///     tavrin_stream_destroy(stream);
+///     tavrin_separator_finish(separator, outputs, capacity, &written);
+///     write_block(vocals, written);
+///     tavrin_separator_destroy(separator);
+///     tavrin_model_destroy(model);
 ///
-/// Samples are counted per channel, so n samples are 2 · n floats. Interleaved buffers hold left, right, left, right, …
-/// A planar buffer holds the channels one after the other: in n samples of input the right channel begins n floats
-/// behind the left one; in an output buffer it begins `capacity` floats behind it, whatever is written.
+/// Samples are counted per channel. An interleaved signal of n samples is one pointer to 2 · n floats: left, right,
+/// left, right, …; a planar one is two pointers to n floats each, left and right.
 ///
 /// Errors: a function that can fail returns a status. Unless that is TAVRIN_OK, tavrin_last_error() has a sentence with
-/// the details, out parameters are set to 0 or NULL, and no output has been written. No C++ exception ever leaves. A
-/// pointer that may be NULL says so; any other NULL gives TAVRIN_INVALID_ARGUMENT.
+/// the details, and out parameters are set to 0 or NULL. No C++ exception ever leaves. A pointer that may be NULL says
+/// so; any other NULL gives TAVRIN_INVALID_ARGUMENT. Functions that only tell something return it, and 0 or NULL for a
+/// handle that is NULL.
 ///
 /// Ownership: what the caller passes is read during the call and not kept. Handles are the caller's, to be destroyed
-/// once each. Returned strings are the library's, not to be freed.
+/// once each; a separator keeps what it needs of its model. Returned strings are the library's, not to be freed.
 ///
-/// Threads: a stream is for one thread at a time; streams on different threads may share a model. The registry has no
-/// lock: serialise tavrin_load(), tavrin_unload(), tavrin_unload_all(), tavrin_is_loaded() and tavrin_stream_create().
-/// Everything else may be called at any time. A call that completes a block runs the model, which takes as long as the
-/// model takes: keep it off the audio thread.
+/// Threads: a separator is for one thread at a time; separators on different threads may share a model. Everything else
+/// may be called at any time. A call that completes a step runs the model, which takes as long as the model takes: keep
+/// it off the audio thread.
 ///
-/// Log: the first model load installs a console logger on standard output, as initializeModel() in tavrin_proc.h says.
-///
-/// Configurations grow: `struct_size` is the caller's sizeof of the structure, and a field that is 0 has its default.
-/// Zero the structure, then set what differs. Fields that this version of the library does not know must be 0.
+/// Structures grow: `struct_size` is the caller's sizeof of the structure. Zero the structure, then set what differs: a
+/// field that is 0 has its default. Fields that this version of the library does not know must be 0.
 #pragma once
 
 #include <stddef.h>
@@ -45,9 +45,9 @@
 
 #include "tavrin/export.h"
 
-/// The version of this header.
+/// The version of the library that this header belongs to. The build takes its version from here.
 #define TAVRIN_VERSION_MAJOR 0
-#define TAVRIN_VERSION_MINOR 1
+#define TAVRIN_VERSION_MINOR 2
 #define TAVRIN_VERSION_PATCH 0
 /// The same in one number, to be compared with tavrin_version().
 #define TAVRIN_VERSION_NUMBER (TAVRIN_VERSION_MAJOR * 10000 + TAVRIN_VERSION_MINOR * 100 + TAVRIN_VERSION_PATCH)
@@ -62,20 +62,19 @@ typedef int tavrin_status;
 enum tavrin_status_code {
     TAVRIN_OK = 0,
     TAVRIN_INVALID_ARGUMENT = 1,  ///< NULL, or a value outside its range; nothing has changed
-    TAVRIN_BUFFER_TOO_SMALL = 2,  ///< less capacity than the call may need; nothing has changed
-    TAVRIN_NOT_LOADED = 3,        ///< no model is loaded under the tag
-    TAVRIN_MODEL_REFUSED = 4,     ///< not a model that the runtime can load, or one with other inputs and outputs
-    TAVRIN_RUN_FAILED = 5,        ///< the model run failed; the stream is closed
-    TAVRIN_CLOSED = 6,            ///< the stream has ended or failed; its reset function starts a new one
-    TAVRIN_OUT_OF_MEMORY = 7,     ///< from a stream's process, finish or reset: the stream is closed
-    TAVRIN_RUNTIME_TOO_OLD = 8    ///< the process has an ONNX Runtime older than the library needs
+    TAVRIN_BUFFER_TOO_SMALL = 2,  ///< less capacity than the call needs; nothing has changed
+    TAVRIN_MODEL_REFUSED = 3,     ///< not a model that the library can run, or not on the wanted providers
+    TAVRIN_RUN_FAILED = 4,        ///< the model call failed, or gave what is not finite; the stream is closed
+    TAVRIN_CLOSED = 5,            ///< the stream has ended or failed; tavrin_separator_reset() starts a new one
+    TAVRIN_OUT_OF_MEMORY = 6,     ///< from tavrin_separator_process() or _finish(): the stream is closed
+    TAVRIN_RUNTIME_TOO_OLD = 7    ///< the process has an ONNX Runtime older than the library needs
 };
 
 /// The name and the meaning of a status: "TAVRIN_CLOSED: the stream has ended or failed; …". Never NULL.
 TAVRIN_EXPORT const char* tavrin_status_text(tavrin_status status);
 
-/// What the last call that failed on this thread had to say, in one sentence; empty when none has. It lasts until
-/// another call fails on this thread.
+/// What the last call that failed on this thread had to say, in UTF-8; empty when none has. It lasts until another call
+/// fails on this thread.
 TAVRIN_EXPORT const char* tavrin_last_error(void);
 
 /// The version of the library: 10000 · major + 100 · minor + patch.
@@ -88,142 +87,129 @@ TAVRIN_EXPORT tavrin_status tavrin_provider_count(size_t* count);
 /// @param index below tavrin_provider_count().
 TAVRIN_EXPORT tavrin_status tavrin_provider_name(size_t index, const char** name);
 
-/// The most samples that a stream ever holds back: 263167, which is 5.97 s at 44.1 kHz. It is a bound on the samples
-/// taken but not yet returned, not a shift: sample k of the output belongs to sample k of the input.
-TAVRIN_EXPORT size_t tavrin_latency(void);
+/// A loaded model. Any number of separators on any threads may use it.
+typedef struct tavrin_model tavrin_model;
 
-// The model registry: models with one input and one output, by tag.
+/// How a model is to be run.
+typedef struct tavrin_model_options {
+    size_t struct_size;  ///< sizeof(tavrin_model_options)
+    /// Execution providers in order of preference, as ONNX Runtime spells them or short ("cpu", "cuda"); the CPU stands
+    /// behind them all. None: the accelerators that the runtime offers, then the CPU.
+    const char* const* providers;
+    size_t provider_count;
+    int strict;       ///< not 0: an error unless one of `providers` runs the model
+    size_t threads;   ///< threads of one model call; 0: the runtime's choice, one per core
+    const void* key;  ///< cyclic XOR key that descrambles the model; NULL and 0 when it is plain
+    size_t key_size;
+} tavrin_model_options;
 
-/// Loads a model and registers it under `tag`. A model that was registered under this tag is replaced; streams that use
-/// the old one keep it. When the load fails, the registry stays as it was.
-/// @param data,size the serialized ONNX model. Its contract: initializeModel() in tavrin_proc.h.
-/// @param key,key_size cyclic XOR key that descrambles the model; NULL and 0 when it is plain.
-TAVRIN_EXPORT tavrin_status tavrin_load(const char* tag, const void* data, size_t size, const void* key,
-                                        size_t key_size);
+/// What a model says of itself, and how it is run. Everything that it points at lasts as long as the model's handle.
+typedef struct tavrin_model_info {
+    size_t struct_size;        ///< sizeof(tavrin_model_info), set by the caller
+    const char* const* stems;  ///< names of the outputs, in the model's order
+    size_t stem_count;
+    uint32_t sample_rate;  ///< Hz that the model was made for
+    size_t frame_length;   ///< samples of a frame
+    size_t hop;            ///< samples between the starts of consecutive frames
+    const char* window;    ///< "blackman" or "hann"
+    size_t frames;         ///< frames of one model call
+    size_t bins;           ///< frequency bins that the model sees, from DC up
+    size_t context;        ///< frames that the model wants to see on both sides of a frame
+    const char* title;     ///< for people; may be empty, as the next two
+    const char* licence;
+    const char* source;
+    const char* provider;         ///< the execution provider that runs the model, as ONNX Runtime spells it
+    const char* const* not_used;  ///< why preferred providers do not: "CUDAExecutionProvider: …", one line each
+    size_t not_used_count;
+} tavrin_model_info;
 
-/// Removes the model of `tag`, if there is one; streams that use it keep it.
-TAVRIN_EXPORT tavrin_status tavrin_unload(const char* tag);
+/// Loads a model. Which ones: docs/model-contract.md. Nothing is read from disk and nothing is printed.
+/// @param data,size the serialized ONNX model.
+/// @param options NULL: the defaults.
+/// @param model receives the handle, to be given to tavrin_model_destroy().
+/// @return TAVRIN_MODEL_REFUSED, TAVRIN_RUNTIME_TOO_OLD.
+TAVRIN_EXPORT tavrin_status tavrin_model_create(const void* data, size_t size, const tavrin_model_options* options,
+                                                tavrin_model** model);
 
-/// Removes every model.
-TAVRIN_EXPORT tavrin_status tavrin_unload_all(void);
+/// Frees the model when its last separator is gone. @param model may be NULL.
+TAVRIN_EXPORT void tavrin_model_destroy(tavrin_model* model);
 
-/// @return TAVRIN_OK when a model is registered under `tag`, TAVRIN_NOT_LOADED when none is.
-TAVRIN_EXPORT tavrin_status tavrin_is_loaded(const char* tag);
+/// @param info receives what the model says of itself. Its struct_size says how much of it the caller knows.
+TAVRIN_EXPORT tavrin_status tavrin_model_get_info(const tavrin_model* model, tavrin_model_info* info);
 
-/// Separates one stereo stream with a model of the registry. The output as a whole has exactly as many samples as the
-/// input, and the same bits however the stream was cut.
-typedef struct tavrin_stream tavrin_stream;
+/// Separates one stereo stream that arrives in blocks of any size. Each output as a whole has exactly as many samples
+/// as the input, sample k of the one belongs to sample k of the other, and the bits are the same however the stream was
+/// cut. Input samples that are not finite count as silence.
+typedef struct tavrin_separator tavrin_separator;
 
-/// What a stream is to do.
-typedef struct tavrin_stream_config {
-    size_t struct_size;  ///< sizeof(tavrin_stream_config)
-    const char* tag;     ///< of a model loaded with tavrin_load()
-    int rest;            ///< not 0: return the input minus the separated signal (the rest of the mix)
-    int planar;          ///< not 0: buffers are planar; 0: interleaved
-} tavrin_stream_config;
+/// What one stream is to do.
+typedef struct tavrin_separator_config {
+    size_t struct_size;        ///< sizeof(tavrin_separator_config)
+    const char* const* stems;  ///< stems to give out, in this order; none: all, in the model's order
+    size_t stem_count;
+    int rest;        ///< not 0: the input minus all these stems, too, as the last output
+    int planar;      ///< not 0: input and outputs are planar; 0: interleaved
+    double latency;  ///< longest allowed latency in seconds; 0: the cheapest, which is the longest
+    size_t context;  ///< frames to see on both sides of a frame; 0: as many as the model wants
+} tavrin_separator_config;
 
-/// @param stream receives the handle, to be given to tavrin_stream_destroy().
-/// @return TAVRIN_NOT_LOADED, or TAVRIN_MODEL_REFUSED for a model without one input and one output of
-///         float [1, 4, 256, 2048].
-TAVRIN_EXPORT tavrin_status tavrin_stream_create(const tavrin_stream_config* config, tavrin_stream** stream);
+/// @param config NULL: the defaults.
+/// @param separator receives the handle, to be given to tavrin_separator_destroy().
+/// @return TAVRIN_INVALID_ARGUMENT for a stem that the model does not have, a stem named twice, a context that leaves
+/// no
+///         frame of a model call, or a latency below the least possible one.
+TAVRIN_EXPORT tavrin_status tavrin_separator_create(const tavrin_model* model, const tavrin_separator_config* config,
+                                                    tavrin_separator** separator);
 
-/// Frees the stream. @param stream may be NULL.
-TAVRIN_EXPORT void tavrin_stream_destroy(tavrin_stream* stream);
+/// Frees the separator. @param separator may be NULL.
+TAVRIN_EXPORT void tavrin_separator_destroy(tavrin_separator* separator);
 
-/// How many samples the next call may return: tavrin_stream_process() when given `samples` samples,
-/// tavrin_stream_finish() when `samples` is 0. An output buffer must have room for as many.
-/// At most tavrin_latency() + samples.
-TAVRIN_EXPORT tavrin_status tavrin_stream_capacity(const tavrin_stream* stream, size_t samples, size_t* capacity);
+/// The number of outputs: the configured stems, then the rest if it is wanted.
+TAVRIN_EXPORT size_t tavrin_separator_output_count(const tavrin_separator* separator);
 
-/// Takes any number of samples, also none, and returns those that have become final, possibly none.
-/// @param input 2 · samples floats; may be NULL when `samples` is 0.
-/// @param output room for 2 · capacity floats; may be NULL when `capacity` is 0. It may be the input.
-/// @param capacity at least what tavrin_stream_capacity() says; else TAVRIN_BUFFER_TOO_SMALL, and nothing has changed.
-/// @param written receives the number of samples in `output`.
-/// @return TAVRIN_RUN_FAILED, TAVRIN_OUT_OF_MEMORY: the stream is closed. TAVRIN_CLOSED.
-TAVRIN_EXPORT tavrin_status tavrin_stream_process(tavrin_stream* stream, const float* input, size_t samples,
-                                                  float* output, size_t capacity, size_t* written);
+/// The name of an output, "rest" for the rest; NULL when there are not so many. It lasts as long as the separator.
+TAVRIN_EXPORT const char* tavrin_separator_output_name(const tavrin_separator* separator, size_t index);
 
-/// Ends the stream and returns the rest of the output, all samples that were held back. The stream is closed then.
-/// Parameters and return value are those of tavrin_stream_process().
-TAVRIN_EXPORT tavrin_status tavrin_stream_finish(tavrin_stream* stream, float* output, size_t capacity,
-                                                 size_t* written);
+/// The most samples that are ever held back: a bound on the samples taken but not yet returned, not a shift.
+TAVRIN_EXPORT size_t tavrin_separator_latency(const tavrin_separator* separator);
 
-/// Forgets the stream, whatever its state, and starts a new one with the same bits as a new handle.
-TAVRIN_EXPORT tavrin_status tavrin_stream_reset(tavrin_stream* stream);
+/// Frames from one model call to the next. A short latency costs model calls: one per step · hop samples.
+TAVRIN_EXPORT size_t tavrin_separator_step(const tavrin_separator* separator);
 
-// Several stems at once, with a model that has one output per stem.
+/// How many samples tavrin_separator_process() will return for `samples` more.
+TAVRIN_EXPORT size_t tavrin_separator_output_for(const tavrin_separator* separator, size_t samples);
 
-/// What a multi-stem stream can return: the stems in the model's order, then the rest. A set of stems is a number in
-/// which stem s has the bit 1u << s.
-typedef enum tavrin_output {
-    TAVRIN_VOCALS = 0,
-    TAVRIN_DRUMS = 1,
-    TAVRIN_BASS = 2,
-    TAVRIN_PIANO = 3,
-    TAVRIN_ACOUSTIC_GUITAR = 4,
-    TAVRIN_ELECTRIC_GUITAR = 5,
-    TAVRIN_REST = 6  ///< the input minus all selected stems
-} tavrin_output;
+/// Samples taken and not yet returned: what tavrin_separator_finish() will return.
+TAVRIN_EXPORT size_t tavrin_separator_pending(const tavrin_separator* separator);
 
-#define TAVRIN_STEM_COUNT 6
-#define TAVRIN_OUTPUT_COUNT 7
+/// Takes any number of samples, also none, and writes those that have become final, possibly none.
+/// @param input one pointer (interleaved) or two (planar); may be NULL when `samples` is 0.
+/// @param outputs one pointer (interleaved) or two (planar) per output: planar output k is outputs[2k] and
+///        outputs[2k + 1]. Each may be NULL: not written. `outputs` may be NULL when nothing becomes final. Outputs and
+///        input may not overlap.
+/// @param capacity room of each output, in samples: at least what tavrin_separator_output_for() says; always enough is
+///        tavrin_separator_latency() + samples.
+/// @param written receives the number of samples in each output.
+/// @return TAVRIN_BUFFER_TOO_SMALL; TAVRIN_RUN_FAILED: the outputs hold silence; TAVRIN_OUT_OF_MEMORY; TAVRIN_CLOSED.
+TAVRIN_EXPORT tavrin_status tavrin_separator_process(tavrin_separator* separator, const float* const* input,
+                                                     size_t samples, float* const* outputs, size_t capacity,
+                                                     size_t* written);
 
-/// A loaded multi-stem model. Any number of streams on any threads may use it; their model calls take turns. It may be
-/// destroyed before its streams, which keep what they need.
-typedef struct tavrin_multi_model tavrin_multi_model;
+/// Ends the stream and writes the rest of the output, all samples that were held back. The stream is closed then.
+/// @param capacity at least what tavrin_separator_pending() says.
+/// @return as tavrin_separator_process().
+TAVRIN_EXPORT tavrin_status tavrin_separator_finish(tavrin_separator* separator, float* const* outputs, size_t capacity,
+                                                    size_t* written);
 
-/// Loads a multi-stem model; multi_stem_separator.h names the inputs and outputs that it must have.
-/// @param data,size,key,key_size as for tavrin_load().
-/// @param provider execution provider to be tried before the others; NULL for the usual order.
-/// @param model receives the handle, to be given to tavrin_multi_model_destroy().
-TAVRIN_EXPORT tavrin_status tavrin_multi_model_create(const void* data, size_t size, const void* key, size_t key_size,
-                                                      const char* provider, tavrin_multi_model** model);
+/// Switches to a choice of the configured stems, from the next model call on; they fade in and out. A stem that is off
+/// is silent, and stays in the rest.
+/// @param stems may be NULL when `stem_count` is 0: all off.
+TAVRIN_EXPORT tavrin_status tavrin_separator_select(tavrin_separator* separator, const char* const* stems,
+                                                    size_t stem_count);
 
-/// Frees the model when its last stream is gone. @param model may be NULL.
-TAVRIN_EXPORT void tavrin_multi_model_destroy(tavrin_multi_model* model);
-
-/// Separates one stereo stream into several stems: tavrin_stream for multi-stem models.
-typedef struct tavrin_multi_stream tavrin_multi_stream;
-
-/// What a multi-stem stream is to do.
-typedef struct tavrin_multi_stream_config {
-    size_t struct_size;  ///< sizeof(tavrin_multi_stream_config)
-    uint32_t stems;      ///< the set of stems wanted at first; 0 is allowed
-    int rest;            ///< not 0: return the rest, too
-    int planar;          ///< not 0: buffers are planar; 0: interleaved
-} tavrin_multi_stream_config;
-
-/// @param stream receives the handle, to be given to tavrin_multi_stream_destroy().
-TAVRIN_EXPORT tavrin_status tavrin_multi_stream_create(const tavrin_multi_model* model,
-                                                       const tavrin_multi_stream_config* config,
-                                                       tavrin_multi_stream** stream);
-
-/// Frees the stream. @param stream may be NULL.
-TAVRIN_EXPORT void tavrin_multi_stream_destroy(tavrin_multi_stream* stream);
-
-/// Chooses another set of stems from the next model call on, also when the stream is closed. A stem that is switched on
-/// fades in; one that is switched off fades out in the next block that has output.
-TAVRIN_EXPORT tavrin_status tavrin_multi_stream_select(tavrin_multi_stream* stream, uint32_t stems);
-
-/// As tavrin_stream_capacity(), for each output buffer.
-TAVRIN_EXPORT tavrin_status tavrin_multi_stream_capacity(const tavrin_multi_stream* stream, size_t samples,
-                                                         size_t* capacity);
-
-/// As tavrin_stream_process(), with an output buffer for each stem and for the rest.
-/// @param outputs TAVRIN_OUTPUT_COUNT pointers, each to room for 2 · capacity floats, indexed by tavrin_output. Every
-///        buffer receives `written` samples; that of a stem that is off, silence. It may be NULL for a stem that is
-///        off (which a stem is when its fade-out has been returned: give its buffer until then), and must be NULL for
-///        the rest unless that is wanted. `outputs` itself may be NULL when `capacity` is 0.
-TAVRIN_EXPORT tavrin_status tavrin_multi_stream_process(tavrin_multi_stream* stream, const float* input, size_t samples,
-                                                        float* const* outputs, size_t capacity, size_t* written);
-
-/// As tavrin_stream_finish(), with the outputs of tavrin_multi_stream_process().
-TAVRIN_EXPORT tavrin_status tavrin_multi_stream_finish(tavrin_multi_stream* stream, float* const* outputs,
-                                                       size_t capacity, size_t* written);
-
-/// As tavrin_stream_reset(); the selection of stems stays.
-TAVRIN_EXPORT tavrin_status tavrin_multi_stream_reset(tavrin_multi_stream* stream);
+/// Forgets the stream, whatever its state, and starts a new one with the same bits as a new separator of the present
+/// selection.
+TAVRIN_EXPORT tavrin_status tavrin_separator_reset(tavrin_separator* separator);
 
 #ifdef __cplusplus
 }

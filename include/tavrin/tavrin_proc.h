@@ -34,10 +34,6 @@ struct ModelData {
 /// loaded. Threads: the registry has no lock. Serialise the functions of this registry and the construction of streams.
 TAVRIN_EXPORT bool initializeModel(const std::string& tag, const ModelData& model);
 
-/// The same with an execution provider to be tried before the others, as ONNX Runtime spells it; one that the runtime
-/// does not offer is passed over.
-TAVRIN_EXPORT bool initializeModel(const std::string& tag, const ModelData& model, const std::string& provider);
-
 /// Removes the model of `tag`; streams that use it keep it until they are destroyed.
 /// @return true, also when no such tag was registered; false only when the removal itself failed.
 TAVRIN_EXPORT bool deinitializeModel(const std::string& tag);

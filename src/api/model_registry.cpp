@@ -9,35 +9,38 @@
 
 std::map<std::string, std::shared_ptr<IInference>> inferenceInstances;
 
-void registerModel(const std::string& tag, const tavrin::ModelData& model, const std::string& provider) {
+namespace tavrin {
+
+void registerModel(const std::string& tag, const ModelData& model) {
     setUpLogging();
     // Before the table is touched: a failure leaves it as it was.
-    std::shared_ptr<IInference> inference = withPlainBytes(
-        model, [&provider](const void* data, size_t size) { return InferenceONNX::create(data, size, provider); });
+    std::shared_ptr<IInference> inference;
+    {
+        const PlainBytes bytes(model);
+        inference = InferenceONNX::create(bytes.data(), bytes.size(), "");
+    }
     inferenceInstances[tag] = std::move(inference);
 }
 
-bool tavrin::initializeModel(const std::string& tag, const ModelData& model) { return initializeModel(tag, model, ""); }
-
-bool tavrin::initializeModel(const std::string& tag, const ModelData& model, const std::string& provider) try {
-    registerModel(tag, model, provider);
+bool initializeModel(const std::string& tag, const ModelData& model) try {
+    registerModel(tag, model);
     return true;
 } catch (...) {
     return false;  // what the back-end could not load, it has logged
 }
 
-bool tavrin::deinitializeModel(const std::string& tag) try {
+bool deinitializeModel(const std::string& tag) try {
     inferenceInstances.erase(tag);
     return true;
 } catch (...) {
     return false;
 }
 
-bool tavrin::deinitializeAllModels() {
+bool deinitializeAllModels() {
     inferenceInstances.clear();
     return true;
 }
 
-bool tavrin::isModelInitialized(const std::string& tag) {
-    return inferenceInstances.find(tag) != inferenceInstances.end();
-}
+bool isModelInitialized(const std::string& tag) { return inferenceInstances.find(tag) != inferenceInstances.end(); }
+
+}  // namespace tavrin

@@ -12,6 +12,9 @@
 /// Loaded models by tag. No lock: the host serialises registry calls and the construction of streams.
 extern std::map<std::string, std::shared_ptr<IInference>> inferenceInstances;
 
-/// tavrin::initializeModel(), with the reason when it fails. @throws whatever the load throws; the table is as it was.
-/// @param provider to be tried before the others; empty: the usual order.
-void registerModel(const std::string& tag, const tavrin::ModelData& model, const std::string& provider);
+namespace tavrin {
+
+/// initializeModel(), with the reason when it fails. @throws whatever the load throws; the table is as it was.
+void registerModel(const std::string& tag, const ModelData& model);
+
+}  // namespace tavrin

@@ -3,14 +3,28 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
-#include <memory>
+#include <cstdint>
+#include <vector>
 
-#include "inference/inference.h"
 #include "tavrin/tavrin_proc.h"
 
-/// Calls `create` with the plain bytes of a model: its own when it has no key, otherwise a private copy whose byte i is
-/// the model's byte i XOR key byte i mod key length, gone when `create` has returned.
-std::shared_ptr<IInference> withPlainBytes(
-    const tavrin::ModelData& model,
-    const std::function<std::shared_ptr<IInference>(const void* data, size_t size)>& create);
+namespace tavrin {
+
+/// The plain bytes of a model: its own when it has no key, otherwise a private copy whose byte i is the model's byte i
+/// XOR key byte i mod key length.
+class PlainBytes {
+public:
+    explicit PlainBytes(const ModelData& model);
+    PlainBytes(const PlainBytes&) = delete;
+    PlainBytes& operator=(const PlainBytes&) = delete;
+
+    const void* data() const { return _data; }
+    std::size_t size() const { return _size; }
+
+private:
+    std::vector<std::uint8_t> _copy;
+    const std::uint8_t* _data;
+    std::size_t _size;
+};
+
+}  // namespace tavrin

@@ -57,7 +57,7 @@ bool PFFFTTransformer::hasLaneOrder() {
     if (_size > size_t{1} << std::numeric_limits<float>::digits) return false;
     for (size_t i = 0; i < _size; ++i) _input.get()[i] = static_cast<float>(i);
     pffft_zreorder(_setup.get(), _input.get(), _output.get(), PFFFT_BACKWARD);
-    const bool matches = isLaneOrder(_output.get(), _size);
+    const bool matches = tavrin::isLaneOrder(_output.get(), _size);
     std::fill_n(_input.get(), _size, 0.0f);
     std::fill_n(_output.get(), _size, 0.0f);
     return matches;
@@ -73,8 +73,12 @@ xt::xtensor<float, 2> PFFFTTransformer::transform(const xt::xtensor<float, 2>& i
     const size_t rows = input.shape(0);
     const size_t spectrumLength = _padded ? _size + kPadding : _size;
     const size_t inputLength = inverse ? spectrumLength : _size;
+    if (rows == 0) {  // no rows to judge: what their length would become
+        const size_t length = input.shape(1) + (_padded && !inverse ? kPadding : 0);
+        return xt::xtensor<float, 2>::from_shape({0, length - std::min(length, _padded && inverse ? kPadding : 0)});
+    }
     const size_t outputLength = inverse ? _size : spectrumLength;
-    if (rows > 0 && input.shape(1) != inputLength)
+    if (input.shape(1) != inputLength)
         throw std::invalid_argument("FFT row of " + std::to_string(input.shape(1)) + " values: this transform takes " +
                                     std::to_string(inputLength));
 
@@ -104,7 +108,7 @@ const float* PFFFTTransformer::unorderedTransform(bool inverse) {
 
 void PFFFTTransformer::planesOfStaged(float* real, float* imaginary) {
     if (_laneOrder) {
-        splitPlanes(unorderedTransform(false), _size, real, imaginary);
+        tavrin::splitPlanes(unorderedTransform(false), _size, real, imaginary);
         return;
     }
     const float* spectrum = transformStaged(false);
@@ -117,7 +121,7 @@ void PFFFTTransformer::planesOfStaged(float* real, float* imaginary) {
 const float* PFFFTTransformer::signalOfPlanes(const float* real, const float* imaginary) {
     float* spectrum = staging();
     if (_laneOrder) {
-        joinPlanes(real, imaginary, _size, spectrum);
+        tavrin::joinPlanes(real, imaginary, _size, spectrum);
         return unorderedTransform(true);
     }
     for (size_t k = 0; k < _size / 2; ++k) {

@@ -4,6 +4,8 @@
 
 #include "support/restrict.h"
 
+namespace tavrin {
+
 // The n / 2 bins make two halves. A group of 32 floats holds eight vectors of four lanes, four for each half: real and
 // imaginary parts of four rising bins, from the half's start on, then those of four falling bins, from its end down.
 // Lane j of group g is bin start + 4g + j in the one and bin end - (4g + j) in the other, n / 8 bins each. The very
@@ -94,3 +96,5 @@ void joinPlanes(const float* real, const float* imaginary, size_t n, float* spec
             spectrum[position + kLanes] = imaginary[bin];
         });
 }
+
+}  // namespace tavrin

@@ -7,6 +7,8 @@
 
 #include <cstddef>
 
+namespace tavrin {
+
 /// Whether a transform of n points leaves its spectrum in the order that splitPlanes() and joinPlanes() know.
 /// @param positions per value of the transform's own order its position in the ordered spectrum (bin k at 2k and 2k +
 /// 1,
@@ -18,3 +20,5 @@ void splitPlanes(const float* spectrum, size_t n, float* real, float* imaginary)
 
 /// Puts planes of n / 2 bins together as a spectrum in lane order; imaginary[0] stands for the Nyquist value.
 void joinPlanes(const float* real, const float* imaginary, size_t n, float* spectrum);
+
+}  // namespace tavrin

@@ -14,20 +14,19 @@ std::vector<float> zeros(int n) {
     return std::vector<float>(static_cast<size_t>(n));
 }
 
-// offset - scale·cos(2π·i / (n - 1)), the symmetric raised cosine. n = 1 divides by zero and gives NaN.
-std::vector<float> raisedCosine(int n, double offset, double scale) {
+// offset - scale·cos(2π·i / period): symmetric with a period of n - 1, where n = 1 divides by zero and gives NaN.
+std::vector<float> raisedCosine(int n, double offset, double scale, double period) {
     std::vector<float> window = zeros(n);
-    const double last = static_cast<double>(n) - 1.0;
     for (size_t i = 0; i < window.size(); ++i)
-        window[i] = static_cast<float>(offset - scale * std::cos(kTwoPi * static_cast<double>(i) / last));
+        window[i] = static_cast<float>(offset - scale * std::cos(kTwoPi * static_cast<double>(i) / period));
     return window;
 }
 
 }  // namespace
 
-std::vector<float> hannWindow(int n) { return raisedCosine(n, 0.5, 0.5); }
+std::vector<float> hannWindow(int n) { return raisedCosine(n, 0.5, 0.5, n - 1.0); }
 
-std::vector<float> hammingWindow(int n) { return raisedCosine(n, 0.54, 0.46); }
+std::vector<float> hammingWindow(int n) { return raisedCosine(n, 0.54, 0.46, n - 1.0); }
 
 std::vector<float> blackmanWindow(int n) {
     std::vector<float> window = zeros(n);
@@ -51,3 +50,5 @@ std::vector<float> getWindow(WindowType type, int n) {
     }
     throw std::runtime_error("Unknown window type");
 }
+
+std::vector<float> tavrin::periodicHannWindow(int n) { return raisedCosine(n, 0.5, 0.5, n); }

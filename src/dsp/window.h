@@ -24,3 +24,11 @@ TAVRIN_EXPORT std::vector<float> blackmanWindow(int n);
 
 /// The window of the given type. @throws std::runtime_error "Unknown window type", whatever n is.
 TAVRIN_EXPORT std::vector<float> getWindow(WindowType type, int n);
+
+namespace tavrin {
+
+/// Periodic Hann window, 0.5 - 0.5·cos(2π·i / n), evaluated in double precision: the one that most spectral models are
+/// made with. Not exported.
+std::vector<float> periodicHannWindow(int n);
+
+}  // namespace tavrin

@@ -6,13 +6,14 @@
 #include <stdexcept>
 #include <vector>
 
-#include "inference/model_contract.h"
 #include "inference/profiler.h"
 #include "inference/provider_selection.h"
 #include "inference/run_failure.h"
 #include "inference/runtime.h"
 #include "inference/session_signature.h"
 #include "support/log.h"
+
+using namespace tavrin;
 
 namespace {
 
@@ -22,7 +23,7 @@ constexpr const char* kRun =
     "virtual bool (anonymous namespace)::InferenceONNXImpl::run(const float *, std::vector<float *>, const Shape &)";
 
 /// A model with one input and one output. Does not change after construction.
-class InferenceONNXImpl : public IInference, public IDescribedModel {
+class InferenceONNXImpl : public IInference {
 public:
     InferenceONNXImpl(const void* data, size_t size, const std::string& provider)
         : _env(makeEnvironment(RuntimeLog::warning)) {
@@ -46,8 +47,9 @@ public:
         const auto memory = Ort::MemoryInfo::CreateCpu(OrtDeviceAllocator, OrtMemTypeCPU);
         const size_t bytes = byteSize(shape);
         // The runtime's interface has no tensors over constant memory; it only reads an input.
-        const Ort::Value inputTensor = wrapFloats(memory, const_cast<float*>(input), bytes, _inputShape);
-        Ort::Value outputTensor = wrapFloats(memory, outputs.at(0), bytes, _outputShape);
+        const Ort::Value inputTensor =
+            wrapFloats(memory, const_cast<float*>(input), bytes, _inputShape.data(), _inputShape.size());
+        Ort::Value outputTensor = wrapFloats(memory, outputs.at(0), bytes, _outputShape.data(), _outputShape.size());
         const Ort::RunOptions options;
         try {
             const char* inputName = _inputName.c_str();
@@ -60,8 +62,6 @@ public:
         }
         return true;
     }
-
-    ModelSignature signature() const override { return readSignature(*_session); }
 
 private:
     Ort::Env _env;

@@ -15,6 +15,8 @@
 #include "inference/session_signature.h"
 #include "support/log.h"
 
+using namespace tavrin;
+
 namespace {
 
 constexpr const char* kConstructor =
@@ -24,11 +26,14 @@ constexpr const char* kRun =
     "virtual bool (anonymous namespace)::InferenceONNXImplMultiStem::run(const float *, std::vector<float *>, const "
     "Shape &)";
 
+constexpr std::array<std::int64_t, 4> kSpectrumShape = {1, 4, 256, 2048};  // batch, planes, frames, bins
+constexpr std::array<std::int64_t, 1> kFlagShape = {1};
+
 using FlagBytes = std::array<unsigned char, kStemNames.size()>;
 static_assert(sizeof(StemFlags) == sizeof(FlagBytes), "one byte per stem");
 
 /// A model that separates up to six stems in one call.
-class InferenceONNXImplMultiStem : public IInference, public IDescribedModel {
+class InferenceONNXImplMultiStem : public IInference {
 public:
     InferenceONNXImplMultiStem(const void* data, size_t size, const std::vector<std::string>& inputNames,
                                const std::vector<std::string>& outputNames, const std::string& provider)
@@ -66,7 +71,8 @@ public:
         const size_t bytes = byteSize(shape);
         std::vector<Ort::Value> inputTensors;
         // The runtime's interface has no tensors over constant memory; it only reads an input.
-        inputTensors.push_back(wrapFloats(memory, const_cast<float*>(input), bytes, kSpectrumShape));
+        inputTensors.push_back(
+            wrapFloats(memory, const_cast<float*>(input), bytes, kSpectrumShape.data(), kSpectrumShape.size()));
         for (size_t i = 0; i < kStemNames.size(); ++i)
             inputTensors.push_back(Ort::Value::CreateTensor(memory, flagByte(i), 1, kFlagShape.data(),
                                                             kFlagShape.size(), ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL));
@@ -74,7 +80,7 @@ public:
         std::vector<Ort::Value> outputTensors;
         for (size_t i = 0; i < _outputNames.size(); ++i) {
             outputNames.push_back(_outputNames[i].c_str());
-            outputTensors.push_back(wrapFloats(memory, outputs.at(i), bytes, _outputShape));
+            outputTensors.push_back(wrapFloats(memory, outputs.at(i), bytes, _outputShape.data(), _outputShape.size()));
         }
         std::array<const char*, 1 + kStemNames.size()> inputNames{kSpectrumName};
         for (size_t i = 0; i < kStemNames.size(); ++i) inputNames[1 + i] = kStemNames[i].flag;
@@ -97,11 +103,7 @@ public:
         return true;
     }
 
-    ModelSignature signature() const override { return readSignature(*_session); }
-
 private:
-    inline static const std::vector<std::int64_t> kFlagShape = {1};
-
     unsigned char* flagByte(size_t stem) { return reinterpret_cast<unsigned char*>(&_stemFlags) + stem; }
 
     // Whether the stem of this output is wanted; an output that is none of the six never is.

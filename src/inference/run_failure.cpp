@@ -2,6 +2,8 @@
 
 #include <utility>
 
+namespace tavrin {
+
 namespace {
 
 thread_local std::optional<std::string> t_message;
@@ -11,3 +13,5 @@ thread_local std::optional<std::string> t_message;
 void RunFailure::leave(std::string message) { t_message = std::move(message); }
 
 std::optional<std::string> RunFailure::take() { return std::exchange(t_message, std::nullopt); }
+
+}  // namespace tavrin

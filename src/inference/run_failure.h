@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+namespace tavrin {
+
 /// The ONNX back-ends swallow a failed model execution: they log it and report success. Here they also leave the
 /// runtime's message for the thread that made the call, so that who called can tell silence from music.
 namespace RunFailure {
@@ -16,3 +18,5 @@ void leave(std::string message);
 std::optional<std::string> take();
 
 }  // namespace RunFailure
+
+}  // namespace tavrin

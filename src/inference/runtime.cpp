@@ -6,6 +6,8 @@
 
 #include "support/log.h"
 
+namespace tavrin {
+
 void requireRuntime() {
     // Null when the runtime does not know the interface of our headers; no other call may go through it then.
     if (!Ort::Global<void>::api_) {
@@ -19,15 +21,22 @@ void requireRuntime() {
 
 Ort::Env makeEnvironment(RuntimeLog severity) {
     requireRuntime();
-    return {severity == RuntimeLog::verbose ? ORT_LOGGING_LEVEL_VERBOSE : ORT_LOGGING_LEVEL_WARNING, ""};
+    switch (severity) {
+        case RuntimeLog::verbose:
+            return {ORT_LOGGING_LEVEL_VERBOSE, ""};
+        case RuntimeLog::warning:
+            return {ORT_LOGGING_LEVEL_WARNING, ""};
+        case RuntimeLog::none:
+            break;
+    }
+    return {ORT_LOGGING_LEVEL_FATAL, ""};
 }
-
-std::shared_ptr<void> holdQuietRuntime() { return std::make_shared<Ort::Env>(makeEnvironment(RuntimeLog::warning)); }
 
 size_t byteSize(const Shape& shape) { return shape.batch * shape.channels * shape.frames * shape.bins * sizeof(float); }
 
-Ort::Value wrapFloats(const Ort::MemoryInfo& memory, float* data, size_t bytes,
-                      const std::vector<std::int64_t>& dimensions) {
-    return Ort::Value::CreateTensor(memory, data, bytes, dimensions.data(), dimensions.size(),
-                                    ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT);
+Ort::Value wrapFloats(const Ort::MemoryInfo& memory, float* data, size_t bytes, const std::int64_t* dimensions,
+                      size_t rank) {
+    return Ort::Value::CreateTensor(memory, data, bytes, dimensions, rank, ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT);
 }
+
+}  // namespace tavrin

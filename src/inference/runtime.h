@@ -4,9 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <stdexcept>
-#include <vector>
 
 #include "inference/inference.h"
 
@@ -16,6 +14,8 @@ struct Env;
 struct MemoryInfo;
 struct Value;
 }  // namespace Ort
+
+namespace tavrin {
 
 /// The loaded runtime is older than the headers this library was built with. The message names both versions.
 class RuntimeTooOld : public std::runtime_error {
@@ -27,18 +27,17 @@ public:
 void requireRuntime();
 
 /// The runtime's own log severity. It belongs to the process: the first live environment wins.
-enum class RuntimeLog { verbose, warning };
+enum class RuntimeLog { verbose, warning, none };
 
 /// Makes an environment with an empty log identifier.
 /// @throws RuntimeTooOld, Ort::Exception.
 Ort::Env makeEnvironment(RuntimeLog severity);
 
-/// Keeps a warning-level environment alive, so that a back-end that asks for the verbose one does not flood the host.
-std::shared_ptr<void> holdQuietRuntime();
-
 /// Bytes of a float tensor of these extents.
 size_t byteSize(const Shape& shape);
 
 /// Wraps caller memory, which the runtime then reads or writes in place. @throws Ort::Exception when it is too small.
-Ort::Value wrapFloats(const Ort::MemoryInfo& memory, float* data, size_t bytes,
-                      const std::vector<std::int64_t>& dimensions);
+Ort::Value wrapFloats(const Ort::MemoryInfo& memory, float* data, size_t bytes, const std::int64_t* dimensions,
+                      size_t rank);
+
+}  // namespace tavrin

@@ -2,32 +2,34 @@
 
 #include <onnxruntime_cxx_api.h>
 
+#include <cstddef>
+#include <iterator>
 #include <stdexcept>
-#include <utility>
+#include <string>
+
+namespace tavrin {
 
 namespace {
 
-std::string elementTypeName(ONNXTensorElementDataType type) {
-    switch (type) {
-        case ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT:
-            return "float";
-        case ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT16:
-            return "float16";
-        case ONNX_TENSOR_ELEMENT_DATA_TYPE_BFLOAT16:
-            return "bfloat16";
-        case ONNX_TENSOR_ELEMENT_DATA_TYPE_DOUBLE:
-            return "double";
-        case ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL:
-            return "bool";
-        default:
-            return "element type " + std::to_string(type);
-    }
-}
+// Numbered as in ONNXTensorElementDataType.
+constexpr const char* kTypeNames[] = {"undefined", "float",  "uint8",     "int8",       "uint16",  "int16",
+                                      "int32",     "int64",  "string",    "bool",       "float16", "double",
+                                      "uint32",    "uint64", "complex64", "complex128", "bfloat16"};
 
-ModelTensor describe(Ort::AllocatedStringPtr name, const Ort::TypeInfo& type) {
-    if (type.GetONNXType() != ONNX_TYPE_TENSOR) return {name.get(), "not a tensor", {}};
-    const auto tensor = type.GetTensorTypeAndShapeInfo();
-    return {name.get(), elementTypeName(tensor.GetElementType()), tensor.GetShape()};
+ModelTensor read(const Ort::AllocatedStringPtr& name, const Ort::TypeInfo& info) {
+    ModelTensor result{name.get(), {}, {}, {}};
+    if (info.GetONNXType() != ONNX_TYPE_TENSOR) return result;
+    const auto tensor = info.GetTensorTypeAndShapeInfo();
+    const auto type = static_cast<std::size_t>(tensor.GetElementType());
+    result.elementType = type < std::size(kTypeNames) ? kTypeNames[type] : "another type";
+    result.shape = tensor.GetShape();
+    std::vector<const char*> symbols(result.shape.size());
+    if (!symbols.empty()) tensor.GetSymbolicDimensions(symbols.data(), symbols.size());
+    for (std::size_t i = 0; i < result.shape.size(); ++i) {
+        const std::string symbol = symbols[i] && *symbols[i] ? symbols[i] : "?";
+        result.dimensions.push_back(result.shape[i] < 0 ? symbol : std::to_string(result.shape[i]));
+    }
+    return result;
 }
 
 }  // namespace
@@ -39,12 +41,13 @@ std::vector<std::int64_t> dimensionsOf(const Ort::TypeInfo& type) {
 }
 
 ModelSignature readSignature(const Ort::Session& session) {
-    const Ort::AllocatorWithDefaultOptions allocator;
-    ModelSignature signature;
-    for (size_t i = 0; i < session.GetInputCount(); ++i)
-        signature.inputs.push_back(describe(session.GetInputNameAllocated(i, allocator), session.GetInputTypeInfo(i)));
-    for (size_t i = 0; i < session.GetOutputCount(); ++i)
-        signature.outputs.push_back(
-            describe(session.GetOutputNameAllocated(i, allocator), session.GetOutputTypeInfo(i)));
-    return signature;
+    const Ort::AllocatorWithDefaultOptions memory;
+    ModelSignature model;
+    for (std::size_t i = 0; i < session.GetInputCount(); ++i)
+        model.inputs.push_back(read(session.GetInputNameAllocated(i, memory), session.GetInputTypeInfo(i)));
+    for (std::size_t i = 0; i < session.GetOutputCount(); ++i)
+        model.outputs.push_back(read(session.GetOutputNameAllocated(i, memory), session.GetOutputTypeInfo(i)));
+    return model;
 }
+
+}  // namespace tavrin

@@ -6,7 +6,6 @@
 #include <utility>
 #include <vector>
 
-#include "support/interleaving.h"
 #include "support/log.h"
 
 namespace {
@@ -26,23 +25,19 @@ size_t requireCapacity(size_t size) {
                                 std::to_string(values) + " values is not what this queue holds");
 }
 
-// Copies n samples of every row of `from` into rows at a distance of `stride`.
-void copyRows(const AudioView& from, size_t n, float* to, size_t stride) {
-    if (from.step == 2 && from.channels == 2) {
-        deinterleave(from.data, n, to, to + stride);
-        return;
-    }
-    for (size_t c = 0; c < from.channels; ++c)
-        for (size_t i = 0; i < n; ++i) to[c * stride + i] = from.row(c)[i * from.step];
-}
-
 }  // namespace
 
 BufferAggregator::BufferAggregator() = default;
 BufferAggregator::BufferAggregator(const BufferAggregator&) = default;
-BufferAggregator::BufferAggregator(BufferAggregator&&) noexcept = default;
+BufferAggregator::BufferAggregator(BufferAggregator&& other) noexcept { *this = std::move(other); }
 BufferAggregator& BufferAggregator::operator=(const BufferAggregator&) = default;
-BufferAggregator& BufferAggregator::operator=(BufferAggregator&&) noexcept = default;
+BufferAggregator& BufferAggregator::operator=(BufferAggregator&& other) noexcept {
+    std::swap(_buffer, other._buffer);
+    _length = std::exchange(other._length, 0);
+    _start = std::exchange(other._start, 0);
+    std::swap(_batch, other._batch);
+    return *this;
+}
 BufferAggregator::~BufferAggregator() = default;
 
 BufferAggregator::BufferAggregator(size_t channels, size_t size, int batch) : _batch(batch) {
@@ -57,29 +52,24 @@ BufferAggregator::BufferAggregator(size_t channels, size_t size, int batch) : _b
 
 void BufferAggregator::add(xt::xarray<float> chunk) {
     const size_t rank = chunk.dimension();
-    if (rank == 2) return append(viewOf(chunk));
-    const bool fits = _buffer.dimension() == 3 && rank == 3 && chunk.shape(0) == _buffer.shape(0) &&
-                      chunk.shape(1) == _buffer.shape(1);
+    const bool fits = _buffer.dimension() == 3 && (rank == 2 || rank == 3) &&
+                      chunk.shape(rank - 2) == _buffer.shape(1) && (rank == 2 || chunk.shape(0) == _buffer.shape(0));
     if (!fits) refuse(rank, chunk.size());
-    appendRows({chunk.data(), chunk.shape(0) * chunk.shape(1), chunk.shape(2), chunk.shape(2)});
-}
-
-void BufferAggregator::append(const AudioView& chunk) {
-    if (_buffer.dimension() != 3 || chunk.channels != _buffer.shape(1)) refuse(2, chunk.channels * chunk.samples);
-    appendRows(chunk);
-}
-
-// Rows for the whole buffer, or those of one batch row for each.
-void BufferAggregator::appendRows(const AudioView& chunk) {
-    const size_t n = chunk.samples;
+    const size_t n = chunk.shape(rank - 1);
     if (!canAccept(n)) throw std::runtime_error("Buffer overflow: cannot accept chunk of size " + std::to_string(n));
+    append(chunk.data(), rank == 3 ? chunk.shape(0) : 1, n);
+}
+
+// Appends rows of n samples; those of one batch row go to every one.
+void BufferAggregator::append(const float* rows, size_t batches, size_t n) {
     const size_t write = wrapped(_start + _length);
     const size_t first = std::min(n, capacity() - write);  // what fits before the ring's end
-    const size_t rows = _buffer.shape(0) * _buffer.shape(1);
-    for (size_t r = 0; r < rows && n > 0; r += chunk.channels) {
+    const size_t channels = _buffer.shape(1);
+    for (size_t r = 0; r < _buffer.shape(0) * channels; ++r) {
+        const float* row = rows + r % (batches * channels) * n;
         float* ring = _buffer.data() + r * capacity();
-        copyRows(chunk, first, ring + write, capacity());
-        copyRows(chunk.dropFirst(first), n - first, ring, capacity());
+        std::copy_n(row, first, ring + write);
+        std::copy_n(row + first, n - first, ring);
     }
     _length += n;
 }
@@ -97,49 +87,26 @@ bool BufferAggregator::canReturn(size_t n) const {
 
 xt::xarray<float> BufferAggregator::get(size_t size, size_t keep) {
     if (size == 0) size = _length;
-    if (!isTakeable(size, keep)) return {};
-    xt::xarray<float> out = copyOf(oldest(size));
-    drop(size - keep);
-    return out;
-}
-
-std::optional<SplitAudio> BufferAggregator::take(size_t size, size_t keep) {
-    if (size == 0) size = _length;
-    if (!isTakeable(size, keep)) return std::nullopt;
-    const SplitAudio samples = oldest(size);
-    drop(size - keep);
-    return samples;
-}
-
-bool BufferAggregator::isTakeable(size_t size, size_t keep) const {
     if (!canReturn(size)) {
         TAVRIN_LOG(plog::warning, kGet) << "BufferAggregator::get - cannot return requested size: " << size
                                         << ", current length: " << _length;
-        return false;
+        return {};
     }
     if (keep > size)
         throw std::invalid_argument("BufferAggregator::get: cannot keep " + std::to_string(keep) + " of " +
                                     std::to_string(size) + " samples");
-    return true;
-}
-
-void BufferAggregator::drop(size_t count) {
-    _start = wrapped(_start + count);
-    _length -= count;
-}
+    xt::xarray<float> out = oldest(size);
+    _start = wrapped(_start + size - keep);
+    _length -= size - keep;
+    return out;
+}  // namespace
 
 xt::xarray<float> BufferAggregator::flush() {
     if (_length == 0) return xt::xarray<float>::from_shape({_buffer.shape(0), _buffer.shape(1), size_t{0}});
-    xt::xarray<float> out = copyOf(oldest(_length));
-    takeAll();
-    return out;
-}
-
-SplitAudio BufferAggregator::takeAll() {
-    const SplitAudio samples = oldest(_length);
+    xt::xarray<float> out = oldest(_length);
     _length = 0;
     _start = 0;
-    return samples;
+    return out;
 }
 
 size_t BufferAggregator::length() const { return _length; }
@@ -151,20 +118,16 @@ size_t BufferAggregator::wrapped(size_t position) const {
 
 size_t BufferAggregator::capacity() const { return _buffer.dimension() == 3 ? _buffer.shape(2) : 0; }
 
-// The oldest `size` samples of all rows.
-SplitAudio BufferAggregator::oldest(size_t size) const {
-    const size_t rows = _buffer.shape(0) * _buffer.shape(1);
-    const size_t first = std::min(size, capacity() - _start);
-    const float* ring = _buffer.data();
-    return {{ring + _start, rows, first, capacity()}, {ring, rows, size - first, capacity()}};
-}
-
-// In the queue's own rank.
-xt::xarray<float> BufferAggregator::copyOf(const SplitAudio& samples) const {
-    std::vector<size_t> shape = {_buffer.shape(1), samples.samples()};
+// A copy of the oldest `size` samples, in the queue's own rank.
+xt::xarray<float> BufferAggregator::oldest(size_t size) const {
+    const size_t channels = _buffer.shape(1);
+    std::vector<size_t> shape = {channels, size};
     if (_batch >= 2) shape.insert(shape.begin(), _buffer.shape(0));
     auto out = xt::xarray<float>::from_shape(shape);
-    for (size_t r = 0; r < samples.channels(); ++r)
-        samples.copy(r, 0, samples.samples(), out.data() + r * samples.samples());
+    const size_t first = std::min(size, capacity() - _start);
+    for (size_t r = 0; r < out.size() / std::max(size, size_t{1}); ++r) {
+        const float* ring = _buffer.data() + r * capacity();
+        std::copy_n(ring, size - first, std::copy_n(ring + _start, first, out.data() + r * size));
+    }
     return out;
 }

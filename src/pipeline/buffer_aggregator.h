@@ -3,9 +3,7 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 
-#include "support/audio_view.h"
 #include "support/tensor.h"
 #include "tavrin/export.h"
 
@@ -22,6 +20,7 @@ public:
     /// @throws std::invalid_argument for a capacity of 0.
     BufferAggregator(size_t channels, size_t size, int batch);
     BufferAggregator(const BufferAggregator&);
+    /// What has been moved from is an empty queue or a placeholder.
     BufferAggregator(BufferAggregator&&) noexcept;
     BufferAggregator& operator=(const BufferAggregator&);
     BufferAggregator& operator=(BufferAggregator&&) noexcept;
@@ -51,25 +50,13 @@ public:
     /// Samples held, per channel.
     size_t length() const;
 
-    /// add() from wherever the block is, rows or interleaved.
-    void append(const AudioView& chunk);
-
-    /// get() without the copy, for `keep` up to the `size` taken.
-    /// @return the taken samples of every row, valid until the next append() or add(); nothing in the place of the
-    ///         rank-0 tensor.
-    std::optional<SplitAudio> take(size_t size, size_t keep);
-
-    /// flush() without the copy, [channels, 0] from an empty queue.
-    SplitAudio takeAll();
+    /// Samples per channel that fit in all; 0 for the placeholder.
+    size_t capacity() const;
 
 private:
-    size_t capacity() const;
     size_t wrapped(size_t position) const;
-    void appendRows(const AudioView& chunk);
-    bool isTakeable(size_t size, size_t keep) const;
-    SplitAudio oldest(size_t size) const;
-    void drop(size_t count);
-    xt::xarray<float> copyOf(const SplitAudio& samples) const;
+    void append(const float* rows, size_t batches, size_t n);
+    xt::xarray<float> oldest(size_t size) const;
 
     xt::xarray<float> _buffer;  // [batch, channels, capacity]
     size_t _length = 0;

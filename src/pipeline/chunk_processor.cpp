@@ -10,8 +10,6 @@
 #include <vector>
 
 #include "dsp/window.h"
-#include "pipeline/block_forming.h"
-#include "support/audio_view.h"
 #include "support/check.h"
 #include "support/log.h"
 
@@ -38,15 +36,27 @@ void requireGeometry(size_t channels, size_t fftSize, size_t hopSize, size_t fra
                                     std::to_string(fftSize) + " samples and its overlap");
 }
 
-void logPeak(const SplitAudio& block) {
+void logPeak(const xt::xarray<float>& block) {
     float peak = std::numeric_limits<float>::lowest();
-    for (size_t c = 0; c < block.channels(); ++c)
-        block.eachPiece(c, 0, block.samples(), [&peak](const float* piece, size_t, size_t n) {
-            for (size_t i = 0; i < n; ++i) peak = std::max(peak, std::abs(piece[i]));
-        });
+    for (const float sample : block) peak = std::max(peak, std::abs(sample));
     if (peak > kLoudPeak) {
         TAVRIN_LOG(plog::info, kProcess) << "MAX2: [" << peak << "]";
     }
+}
+
+// A block with its padding. Mirrored samples do not repeat the edge sample; the left side mirrors the right one, too,
+// in a block as short as that.
+xt::xarray<float> padded(const xt::xarray<float>& block, size_t left, size_t rightMirror, size_t rightZeros) {
+    const size_t length = block.shape(1);
+    auto result = xt::xarray<float>::from_shape({block.shape(0), left + length + rightMirror + rightZeros});
+    for (size_t c = 0; c < block.shape(0); ++c) {
+        float* begin = result.data() + c * result.shape(1) + left;
+        float* end = std::copy_n(block.data() + c * length, length, begin);
+        end = std::reverse_copy(end - 1 - rightMirror, end - 1, end);
+        std::fill_n(end, rightZeros, 0.0f);
+        std::reverse_copy(begin + 1, begin + 1 + left, begin - left);
+    }
+    return result;
 }
 
 }  // namespace
@@ -80,55 +90,42 @@ xt::xarray<float> ChunkProcessor::process(xt::xarray<float> input, bool eof) {
     if (input.dimension() != 2)
         throw std::invalid_argument("ChunkProcessor: a block of rank " + std::to_string(input.dimension()) +
                                     "; it must be [channels, samples]");
-    xt::xarray<float> result;
-    process(viewOf(input), eof, [&result](size_t samples) {
-        result = xt::xarray<float>::from_shape({kOutputChannels, samples});
-        return targetIn(result);
-    });
-    return result;
-}
-
-bool ChunkProcessor::process(const AudioView& input, bool eof, const Output& output) {
-    TAVRIN_LOG(plog::debug, kProcess) << "ChunkProcessor::process input shape: " << input.channels << "x"
-                                      << input.samples << ", eof: " << eof;
-    if (eof) requireFramesForRest(input.samples);
-    _inputAggregator.append(input);
+    TAVRIN_LOG(plog::debug, kProcess) << "ChunkProcessor::process input shape: " << input.shape(0) << "x"
+                                      << input.shape(1) << ", eof: " << eof;
+    if (eof) requireFramesForRest(input.shape(1));
+    _inputAggregator.add(std::move(input));
     TAVRIN_CHECK(!eof || _inputAggregator.length() <= _preproc->needData());
 
-    const std::optional<SplitAudio> queued = takeBlock(eof);
-    if (!queued) return false;
-    if (queued->samples() == 0) {
-        output(0);
-        return true;
-    }
-    const BlockEdges edges = BlockEdges::of(queued->samples(), _fftSize, _hopSize, _firstChunk, eof);
-    const PaddedBlock padded(*queued, edges);
-    const SplitAudio& block = padded.audio();
+    xt::xarray<float> block = takeBlock(eof);
+    if (block.dimension() != 2 || block.shape(1) == 0) return block;
+    const Padding padding = paddingFor(block.shape(1), eof);
+    const size_t right = padding.rightMirror + padding.rightZeros;
+    if (padding.left + right > 0) block = padded(block, padding.left, padding.rightMirror, padding.rightZeros);
     if (std::exchange(_firstChunk, false)) logPeak(block);
-    TAVRIN_LOG(plog::debug, kProcess) << "Data prepared for preprocessing, shape: " << block.channels() << "x"
-                                      << block.samples();
+    TAVRIN_LOG(plog::debug, kProcess) << "Data prepared for preprocessing, shape: " << block.shape(0) << "x"
+                                      << block.shape(1);
 
     // From the second output on, the block's first frame was a new frame of the previous call.
-    const SplitAudio signal = block.dropFirst(_firstOutput ? 0 : _hopSize);
-    const std::optional<IndexRange> frames = _preproc->analyse(signal, eof, _wanted);
-    if (!frames) return false;
+    const size_t dropped = std::min(_firstOutput ? 0 : _hopSize, block.shape(1));
+    const std::optional<tavrin::IndexRange> frames =
+        _preproc->analyse(block.data() + dropped, block.shape(1), block.shape(1) - dropped, eof);
+    if (!frames) return {};
     const size_t columns = frames->count() * _hopSize;
     TAVRIN_LOG(plog::debug, kProcess) << "Preprocessed data shape: 1x" << _channels << "x"
                                       << frames->count() * _fftSize;
-    if (_subtractFromInput && columns > block.samples())
+    if (_subtractFromInput && columns > block.shape(1))
         throw xt::broadcast_error("more separated samples than their block has");
 
     // The stream ends with silence in the place of the unfinished tail, which lies in the padding.
-    const size_t tail = eof ? _postproc->pending() : 0;
-    BlockEdges trimmed = edges;
-    if (!std::exchange(_firstOutput, false)) trimmed.left = 0;
-    const size_t samples = BlockOutput::trimmed(columns, trimmed, tail);
-    BlockOutput target(output(samples), trimmed.left);
-    synthesise(*frames, block, target);
-    target.finish();
-    TAVRIN_LOG(plog::debug, kProcess) << "ChunkProcessor::process result shape: " << kOutputChannels << "x" << samples;
-    return true;
-}
+    const size_t skipped = std::min(_firstOutput ? padding.left : 0, columns);
+    const size_t kept = columns - skipped + (eof ? _postproc->pending() : 0);
+    auto result = xt::xarray<float>::from_shape({kOutputChannels, kept - std::min(right, kept)});
+    separate(*frames, block, skipped, result);
+    _firstOutput = false;
+    TAVRIN_LOG(plog::debug, kProcess) << "ChunkProcessor::process result shape: " << kOutputChannels << "x"
+                                      << result.shape(1);
+    return result;
+}  // namespace
 
 size_t ChunkProcessor::maxInputSize() { return _preproc->needData() - 2 * _fftSize; }
 
@@ -136,40 +133,67 @@ size_t ChunkProcessor::maxInputSize() { return _preproc->needData() - 2 * _fftSi
 // queue that cannot take it, or holds more than any block, is not judged here.
 void ChunkProcessor::requireFramesForRest(size_t incoming) const {
     const size_t length = _inputAggregator.length() + incoming;
-    if (length == 0 || length > _preproc->needData() || !_inputAggregator.canAccept(incoming)) return;
-    const BlockEdges edges = BlockEdges::of(length, _fftSize, _hopSize, _firstChunk, true);
+    if (length == 0 || length > _preproc->needData() || length > _inputAggregator.capacity()) return;
+    const Padding padding = paddingFor(length, true);
     const size_t dropped = _firstOutput ? 0 : _hopSize;
-    const size_t frames = _preproc->newFrames(edges.left + length + edges.right() - dropped);
+    const size_t samples = padding.left + length + padding.rightMirror + padding.rightZeros - dropped;
+    const size_t frames = _preproc->newFrames(samples);
     if (frames > _frameCount)
         throw std::invalid_argument("ChunkProcessor: the last " + std::to_string(length) + " samples need " +
                                     std::to_string(frames) + " new frames, a model call has " +
                                     std::to_string(_frameCount));
 }
 
-// The next block from the queue: nothing when it is not ready, no samples at the end of an empty stream.
-std::optional<SplitAudio> ChunkProcessor::takeBlock(bool eof) {
+// A frame on the left of the first block, a frame and what is missing to a whole number of hops on the right of the
+// last one; mirrored as far as there is something to mirror. The left side of a block that is both mirrors the right.
+ChunkProcessor::Padding ChunkProcessor::paddingFor(size_t length, bool eof) const {
+    Padding padding;
+    if (eof) {
+        const size_t wanted = _fftSize + (_hopSize - length % _hopSize) % _hopSize;
+        padding.rightMirror = std::min(length - 1, wanted);
+        padding.rightZeros = wanted - padding.rightMirror;
+    }
+    if (_firstChunk) padding.left = std::min(length + padding.rightMirror + padding.rightZeros - 1, _fftSize);
+    return padding;
+}
+
+// The next block from the queue: the rank-0 tensor when it is not ready, [2, 0] at the end of an empty stream.
+xt::xarray<float> ChunkProcessor::takeBlock(bool eof) {
     if (eof) {
         TAVRIN_LOG(plog::debug, kProcess) << "Processing EOF";
-        return _inputAggregator.takeAll();
+        if (_inputAggregator.length() == 0) return xt::xarray<float>::from_shape({kOutputChannels, size_t{0}});
+        return _inputAggregator.flush();
     }
     if (!_inputAggregator.canReturn(maxInputSize())) {
         TAVRIN_LOG(plog::debug, kProcess) << "Not enough data to process, returning empty";
-        return std::nullopt;
+        return {};
     }
     const size_t wanted = _preproc->needData() - (_firstChunk ? _fftSize : 0);
-    return _inputAggregator.take(std::min(wanted, _inputAggregator.length()), _fftSize);
+    return _inputAggregator.get(std::min(wanted, _inputAggregator.length()), _fftSize);
 }
 
-// Overlap-adds the given frames of the model's output.
-void ChunkProcessor::synthesise(const IndexRange& frames, const SplitAudio& block, BlockOutput& output) {
-    ModelOutput& spectra = _preproc->modelOutput(0);
+// Overlap-adds the given frames of the model's output into the result, without its first `skipped` columns; what lies
+// behind the last column is silence or cut off.
+void ChunkProcessor::separate(const tavrin::IndexRange& frames, const xt::xarray<float>& block, size_t skipped,
+                              xt::xarray<float>& result) {
+    const size_t bins = _fftSize / 2;
+    const size_t length = result.shape(1);
+    size_t written = 0;
     for (size_t i = 0; i < frames.count(); ++i) {
-        _postproc->synthesise(spectra.frame(frames.begin + i), spectra.planeStride(), _hop.data(), _hopSize);
-        for (size_t c = 0; _subtractFromInput && c < kOutputChannels; ++c)
-            block.eachPiece(c, i * _hopSize, _hopSize, [&](const float* piece, size_t offset, size_t n) {
-                float* samples = _hop.data() + c * _hopSize + offset;
-                for (size_t k = 0; k < n; ++k) samples[k] = piece[k] - samples[k];
-            });
-        output.write(_hop.data(), _hop.data() + _hopSize, _hopSize);
+        const float* planes = _preproc->modelOutput() + (frames.begin + i) * bins;
+        _postproc->synthesise(planes, _frameCount * bins, _hop.data(), _hopSize);
+        const size_t left = std::min(skipped, _hopSize);
+        skipped -= left;
+        const size_t count = std::min(_hopSize - left, length - written);
+        for (size_t c = 0; c < kOutputChannels; ++c) {
+            const float* hop = _hop.data() + c * _hopSize + left;
+            float* out = std::copy_n(hop, count, result.data() + c * length + written) - count;
+            if (!_subtractFromInput) continue;
+            const float* in = block.data() + c * block.shape(1) + i * _hopSize + left;
+            for (size_t k = 0; k < count; ++k) out[k] = in[k] - out[k];
+        }
+        written += count;
     }
+    for (size_t c = 0; c < kOutputChannels; ++c)
+        std::fill_n(result.data() + c * length + written, length - written, 0.0f);
 }

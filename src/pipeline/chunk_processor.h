@@ -1,9 +1,8 @@
 /// @file
-/// The streaming separation of one stereo stream.
+/// The block-wise separation of one stereo stream.
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -12,12 +11,9 @@
 #include "pipeline/buffer_aggregator.h"
 #include "pipeline/post_processor.h"
 #include "pipeline/pre_processor.h"
-#include "support/audio_view.h"
 #include "support/index_range.h"
 #include "support/tensor.h"
 #include "tavrin/export.h"
-
-class BlockOutput;
 
 /// Queues audio, cuts it into blocks that fill a model call, sends them through analysis, model and synthesis, and
 /// hands the finished samples out in order.
@@ -38,9 +34,8 @@ public:
     /// @param reserved kept, not used.
     /// @param frameCount frames per model call.
     /// @param subtractFromInput return the input minus the separated signal.
-    /// @throws std::invalid_argument for frames with gaps between them, a geometry whose first block would not advance,
-    /// or
-    ///         other channel counts.
+    /// @throws std::invalid_argument for frames with gaps between them, a geometry whose first block would not
+    ///         advance, or other channel counts.
     ///         Blocks go on advancing from about frameCount = 4 · fftSize / hopSize on.
     ChunkProcessor(const std::shared_ptr<IInference>& inference, size_t channels, size_t fftSize, size_t hopSize,
                    size_t reserved, size_t frameCount, bool subtractFromInput);
@@ -56,21 +51,22 @@ public:
     ///         throws. Aborts the process when more is queued at the end than a model call takes.
     xt::xarray<float> process(xt::xarray<float> input, bool eof);
 
-    /// Asked once per block, when the model has run, where a number of finished samples go: rows or interleaved.
-    using Output = std::function<AudioTarget(size_t samples)>;
-
-    /// process() without copies: from wherever the block is to wherever its output goes.
-    /// @return false, and `output` was not asked, where process() returns the rank-0 tensor.
-    /// @throws also what `output` throws; the block is lost then.
-    bool process(const AudioView& input, bool eof, const Output& output);
-
     /// The samples per channel that the next call should carry.
     size_t maxInputSize();
 
 private:
+    /// Samples that a block gains on its outer sides, so that every sample lies in full frames.
+    struct Padding {
+        size_t left = 0;
+        size_t rightMirror = 0;  // of the right side, mirrored
+        size_t rightZeros = 0;   // and zeros behind it
+    };
+
     void requireFramesForRest(size_t incoming) const;
-    std::optional<SplitAudio> takeBlock(bool eof);
-    void synthesise(const IndexRange& frames, const SplitAudio& block, BlockOutput& output);
+    Padding paddingFor(size_t length, bool eof) const;
+    xt::xarray<float> takeBlock(bool eof);
+    void separate(const tavrin::IndexRange& frames, const xt::xarray<float>& block, size_t skipped,
+                  xt::xarray<float>& result);
 
     size_t _channels;
     size_t _fftSize;
@@ -83,6 +79,5 @@ private:
     BufferAggregator _inputAggregator;
     bool _firstChunk = true;
     bool _firstOutput = true;
-    std::vector<bool> _wanted = {true};  // the model's one output is read
-    std::vector<float> _hop;             // a frame's finished samples, [2, hopSize]
+    std::vector<float> _hop;  // a frame's finished samples, [2, hopSize]
 };

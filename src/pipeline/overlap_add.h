@@ -1,72 +1,63 @@
 /// @file
-/// The inner loops of synthesis, on contiguous rows.
+/// The synthesis stage: from spectra to finished samples.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
-#include <limits>
+#include <vector>
 
-#include "support/restrict.h"
+#include "dsp/fft_transformer.h"
 
-/// values[j] /= norm[j] where the norm is safely above zero. No float lies between the smallest normal one and the
-/// threshold 1.1754944e-38, so comparing with the former is the same.
-inline void divideByNorm(float* values, const float* norm, size_t n) {
-    for (size_t j = 0; j < n; ++j)
-        values[j] = norm[j] > std::numeric_limits<float>::min() ? values[j] / norm[j] : values[j];
-}
+namespace tavrin {
 
-/// Slides a row towards index 0 by `step` < n and fills its end with zeros.
-inline void slide(float* row, size_t n, size_t step) {
-    std::copy(row + step, row + n, row);
-    std::fill(row + n - step, row + n, 0.0f);
-}
+/// Inverse transform, synthesis window, overlap-add, and division by the running sum of the squared window, for any
+/// number of rows that advance in step.
+///
+/// One window sum serves all rows and moves on with every frame, whatever is added. A row that begins late starts from
+/// an empty accumulator under the full sum, so it fades in; with a sum of its own it would be divided by almost
+/// nothing. In the same way a row that ends fades out.
+class OverlapAdd {
+public:
+    /// @param rows for example the channels of all stems.
+    /// @param hop samples that every frame finishes, at most a frame; 0: none ever are.
+    /// @param coefficients of the synthesis window, one for each sample of a frame.
+    /// @param bins that addPlanes() gets, at most half a frame.
+    OverlapAdd(size_t rows, size_t hop, const std::vector<float>& coefficients, size_t bins);
 
-/// sums[i] = older[i] + window[i] · time[i]
-inline void addWindowed(const float* TAVRIN_RESTRICT older, const float* TAVRIN_RESTRICT window,
-                        const float* TAVRIN_RESTRICT time, float* TAVRIN_RESTRICT sums, size_t n) {
-    for (size_t i = 0; i < n; ++i) sums[i] = older[i] + window[i] * time[i];
-}
+    /// Begins a frame: the window sum moves on by a hop. Then every row gets one of the calls below.
+    void advance();
 
-/// out[i] = gain[i] · (sums[i] + window[i] · time[i])
-inline void finishWindowed(const float* TAVRIN_RESTRICT sums, const float* TAVRIN_RESTRICT window,
-                           const float* TAVRIN_RESTRICT time, const float* TAVRIN_RESTRICT gain,
-                           float* TAVRIN_RESTRICT out, size_t n) {
-    for (size_t i = 0; i < n; ++i) out[i] = gain[i] * (sums[i] + window[i] * time[i]);
-}
+    /// Adds a frame given as planes. @param out receives the row's `hop` finished samples.
+    void addPlanes(size_t row, const float* real, const float* imaginary, float* out);
 
-/// Adds a windowed frame of n samples to the sums of those before it, finishes the oldest `hop` sums and moves the
-/// others to the front, all in one pass: what is moved is read one hop ahead of where it is written. The newest hop of
-/// the sums is zero before and after.
-/// @param hop at most n. @param out the finished samples, `hop` of them.
-inline void overlapAdd(float* sums, const float* window, const float* time, const float* gain, float* out, size_t n,
-                       size_t hop) {
-    if (hop == 0) {
-        for (size_t i = 0; i < n; ++i) sums[i] += window[i] * time[i];
-        return;
-    }
-    finishWindowed(sums, window, time, gain, out, hop);
-    for (size_t i = hop; i < n; i += hop)
-        addWindowed(sums + i, window + i, time + i, sums + i - hop, std::min(hop, n - i));
-}
+    /// Adds a frame given as an ordered spectrum of frame-length values.
+    void addSpectrum(size_t row, const float* spectrum, float* out);
 
-/// overlapAdd() of a frame of zeros.
-inline void overlapNothing(float* sums, const float* TAVRIN_RESTRICT gain, float* TAVRIN_RESTRICT out, size_t n,
-                           size_t hop) {
-    for (size_t i = 0; i < hop; ++i) out[i] = gain[i] * sums[i];
-    slide(sums, n, hop);
-}
+    /// Adds a frame of zeros.
+    void addNothing(size_t row, float* out);
 
-/// Adds a frame's squared window to the running sum of n values, takes what the oldest `hop` sums are to be multiplied
-/// by, and slides the sum on. A sum that is not safely above zero leaves its sample as it is.
-/// @param hop at most n.
-inline void advanceWindowSum(const float* squares, float* sum, float* gain, size_t n, size_t hop) {
-    for (size_t i = 0; i < n; ++i) sum[i] += squares[i];
-    std::fill_n(gain, hop, 1.0f);
-    divideByNorm(gain, sum, hop);
-    slide(sum, n, hop);
-}
+    /// Copies the unfinished samples of a row, from the oldest on, normalised as far as they are. Changes nothing.
+    void copyUnfinished(size_t row, size_t n, float* out) const;
 
-/// The calls after which advanceWindowSum() changes nothing any more: the sum repeats from hop to hop.
-inline size_t callsToRepeat(size_t n, size_t hop) {
-    return hop > 0 ? (n + hop - 1) / hop : std::numeric_limits<size_t>::max();
-}
+    /// Frames after which a row that has ended is silent.
+    size_t fadeFrames() const { return (_frame + _hop - 1) / _hop - 1; }
+
+    /// Forgets what has been added.
+    void clear();
+
+private:
+    void add(size_t row, const float* time, float* out);
+
+    size_t _frame;
+    size_t _hop;
+    size_t _bins;
+    PFFFTTransformer _fft;
+    std::vector<float> _window;  // with the inverse transform's 1 / frame
+    std::vector<float> _windowSquared;
+    std::vector<float> _windowSum;  // moves together with the accumulators
+    std::vector<float> _gain;       // of the samples that are finished next: 1 / _windowSum
+    std::vector<float> _halfRows;   // real and imaginary part of all bins of a frame, when planes have fewer
+    std::vector<float> _sums;       // [rows, frame], the oldest unfinished sample first
+    size_t _framesToRepeat;         // until then, every frame changes _windowSum and _gain
+};
+
+}  // namespace tavrin

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <stdexcept>
 #include <string>
-#include <utility>
+#include <vector>
 
-#include "pipeline/overlap_add.h"
-#include "support/denormals.h"
+#include "dsp/row_loops.h"
 #include "support/log.h"
 
 namespace {
@@ -18,6 +17,14 @@ constexpr const char* kShiftRow =
 constexpr const char* kShiftRows =
     "void shiftArray(T &, size_t) [T = xt::xtensor_container<xt::uvector<float, xsimd::aligned_allocator<float>>, 2, "
     "xt::layout_type::row_major>]";
+
+std::vector<float> coefficientsOf(const xt::xtensor<float, 1>& window, size_t fftSize) {
+    if (window.size() != fftSize)
+        throw xt::broadcast_error(("PostProcessor: a window of " + std::to_string(window.size()) +
+                                   " coefficients for frames of " + std::to_string(fftSize) + " samples")
+                                      .c_str());
+    return {window.begin(), window.end()};
+}
 
 // The records of a slide along the last axis.
 void logShift(size_t rank, size_t length, size_t step) {
@@ -32,25 +39,10 @@ void logShift(size_t rank, size_t length, size_t step) {
 }  // namespace
 
 PostProcessor::PostProcessor(size_t channels, size_t fftSize, size_t hopSize, xt::xtensor<float, 1> window)
-    : _fft(fftSize, false),
+    : _channels(channels),
       _fftSize(fftSize),
       _hopSize(hopSize),
-      _window(std::move(window)),
-      _windowSquared(_window),
-      _outputBuffer(xt::xtensor<float, 2>::from_shape({channels, fftSize})),
-      _windowSum(xt::xtensor<float, 1>::from_shape({fftSize})),
-      _scaledWindow(_window.begin(), _window.end()),
-      _gain(emitted(), 1.0f),
-      _framesToRepeat(callsToRepeat(fftSize, emitted())) {
-    if (_window.size() != fftSize)
-        throw xt::broadcast_error(("PostProcessor: a window of " + std::to_string(_window.size()) +
-                                   " coefficients for frames of " + std::to_string(fftSize) + " samples")
-                                      .c_str());
-    for (float& w : _windowSquared) w *= w;
-    for (float& w : _scaledWindow) w *= 1.0f / static_cast<float>(fftSize);
-    _outputBuffer.fill(0.0f);
-    _windowSum.fill(0.0f);
-}
+      _overlapAdd(channels, emitted(), coefficientsOf(window, fftSize), fftSize / 2) {}
 
 xt::xarray<float> PostProcessor::process(xt::xarray<float> spectrum) {
     if (spectrum.dimension() == 2) return processFrame(spectrum);
@@ -60,8 +52,7 @@ xt::xarray<float> PostProcessor::process(xt::xarray<float> spectrum) {
     const size_t rows = spectrum.shape(0);
     const size_t length = spectrum.shape(1);
     const size_t frames = spectrum.shape(2);
-    const size_t channels = _outputBuffer.shape(0);
-    if (frames > 0 && channels != 2)
+    if (frames > 0 && _channels != 2)
         throw xt::concatenate_error("PostProcessor: several frames at once need two channels");
 
     auto result = xt::xarray<float>::from_shape({2, frames * emitted()});
@@ -69,60 +60,46 @@ xt::xarray<float> PostProcessor::process(xt::xarray<float> spectrum) {
     for (size_t f = 0; f < frames; ++f) {
         for (size_t i = 0; i < rows * length; ++i) frame.data()[i] = spectrum.data()[i * frames + f];
         const xt::xarray<float> block = processFrame(frame);
-        for (size_t c = 0; c < channels; ++c)
+        for (size_t c = 0; c < _channels; ++c)
             std::copy_n(block.data() + c * emitted(), emitted(), result.data() + c * result.shape(1) + f * emitted());
     }
     return result;
 }
 
 xt::xarray<float> PostProcessor::processFrame(xt::xtensor<float, 2> frame) {
-    const size_t channels = _outputBuffer.shape(0);
-    if (frame.shape(0) != channels && frame.shape(0) != 1)
-        throw xt::broadcast_error(("PostProcessor: a frame of " + std::to_string(frame.shape(0)) + " rows for " +
-                                   std::to_string(channels) + " channels")
+    const size_t rows = frame.shape(0);
+    if (rows != _channels && rows != 1)
+        throw xt::broadcast_error(("PostProcessor: a frame of " + std::to_string(rows) + " rows for " +
+                                   std::to_string(_channels) + " channels")
                                       .c_str());
     if (frame.shape(1) != _fftSize)
         throw std::invalid_argument("PostProcessor: a frame of " + std::to_string(frame.shape(1)) +
                                     " values instead of " + std::to_string(_fftSize));
-    auto out = xt::xarray<float>::from_shape({channels, emitted()});
-    overlapAddFrame(out.data(), emitted(), [&](size_t channel) {
-        std::copy_n(frame.data() + (frame.shape(0) == 1 ? 0 : channel * _fftSize), _fftSize, _fft.staging());
-        return _fft.transformStaged(true);
-    });
+    auto out = xt::xarray<float>::from_shape({_channels, emitted()});
+    _overlapAdd.advance();
+    for (size_t c = 0; c < _channels; ++c)
+        _overlapAdd.addSpectrum(c, frame.data() + (rows == 1 ? 0 : c * _fftSize), out.data() + c * emitted());
+    logShifts();
     return out;
 }
 
 xt::xarray<float> PostProcessor::flush() {
-    const size_t channels = _outputBuffer.shape(0);
-    auto out = xt::xarray<float>::from_shape({channels, pending()});
-    for (size_t c = 0; c < channels; ++c) {
-        float* row = out.data() + c * pending();
-        std::copy_n(_outputBuffer.data() + c * _fftSize, pending(), row);
-        divideByNorm(row, _windowSum.data(), pending());
-    }
+    auto out = xt::xarray<float>::from_shape({_channels, pending()});
+    for (size_t c = 0; c < _channels; ++c) _overlapAdd.copyUnfinished(c, pending(), out.data() + c * pending());
     return out;
 }
 
 void PostProcessor::synthesise(const float* planes, size_t planeStride, float* out, size_t outStride) {
-    overlapAddFrame(out, outStride, [&](size_t channel) {
-        const float* real = planes + 2 * channel * planeStride;
-        return _fft.signalOfPlanes(real, real + planeStride);
-    });
+    _overlapAdd.advance();
+    for (size_t c = 0; c < _channels; ++c) {
+        const float* real = planes + 2 * c * planeStride;
+        _overlapAdd.addPlanes(c, real, real + planeStride, out + c * outStride);
+    }
+    logShifts();
 }
 
-// Emits the columns that no later frame reaches, and slides the accumulators on.
-template <class TimeOfChannel>
-void PostProcessor::overlapAddFrame(float* out, size_t outStride, const TimeOfChannel& timeOf) {
-    if (_framesToRepeat > 0) {
-        advanceWindowSum(_windowSquared.data(), _windowSum.data(), _gain.data(), _fftSize, emitted());
-        --_framesToRepeat;
-    }
-    {
-        const DenormalsAsZero guard;
-        for (size_t c = 0; c < _outputBuffer.shape(0); ++c)
-            overlapAdd(_outputBuffer.data() + c * _fftSize, _scaledWindow.data(), timeOf(c), _gain.data(),
-                       out + c * outStride, _fftSize, emitted());
-    }
+// The records of the slides that the overlap-add has made, of all channels together and of the window sum.
+void PostProcessor::logShifts() const {
     logShift(2, _fftSize, _hopSize);
     logShift(1, _fftSize, _hopSize);
 }
@@ -136,7 +113,7 @@ void shiftArray(T& array, size_t step) {
         array.fill(0.0f);
         return;
     }
-    for (float* row = array.data(); row != array.data() + array.size(); row += length) slide(row, length, step);
+    for (float* row = array.data(); row != array.data() + array.size(); row += length) tavrin::slide(row, length, step);
 }
 
 template <class T>
@@ -145,7 +122,7 @@ void applyTiny(T& values, const T& norm) {
     if (values.dimension() == 0 || values.shape(values.dimension() - 1) != length)
         throw xt::broadcast_error("applyTiny: one norm is needed for every column");
     for (float* row = values.data(); length > 0 && row != values.data() + values.size(); row += length)
-        divideByNorm(row, norm.data(), length);
+        tavrin::divideByNorm(row, norm.data(), length);
 }
 
 template void shiftArray(xt::xtensor<float, 1>& array, size_t step);

@@ -4,10 +4,8 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <vector>
 
-#include "dsp/fft_transformer.h"
-#include "support/index_range.h"
+#include "pipeline/overlap_add.h"
 #include "support/tensor.h"
 #include "tavrin/export.h"
 
@@ -46,23 +44,16 @@ public:
     void synthesise(const float* planes, size_t planeStride, float* out, size_t outStride);
 
     /// Columns of flush().
-    size_t pending() const { return clampRange(0, ptrdiff_t(_fftSize) - ptrdiff_t(_hopSize), _fftSize).count(); }
+    size_t pending() const { return _fftSize - std::min(_hopSize, _fftSize); }
 
 private:
-    template <class TimeOfChannel>
-    void overlapAddFrame(float* out, size_t outStride, const TimeOfChannel& timeOf);
     size_t emitted() const { return std::min(_hopSize, _fftSize); }
+    void logShifts() const;
 
-    PFFFTTransformer _fft;
+    size_t _channels;
     size_t _fftSize;
     size_t _hopSize;
-    xt::xtensor<float, 1> _window;
-    xt::xtensor<float, 1> _windowSquared;
-    xt::xtensor<float, 2> _outputBuffer;  // column 0 is the oldest unfinished sample
-    xt::xtensor<float, 1> _windowSum;     // always shifted together with _outputBuffer
-    std::vector<float> _scaledWindow;     // with the inverse transform's 1 / fftSize
-    std::vector<float> _gain;             // of the samples that are finished next: 1 / _windowSum
-    size_t _framesToRepeat;               // until then, every frame changes _windowSum and _gain
+    tavrin::OverlapAdd _overlapAdd;
 };
 
 /// Slides a tensor towards index 0 of its last axis by `step` and fills the end with zeros. For rank 1 and 2.

@@ -7,10 +7,8 @@
 #include <optional>
 #include <vector>
 
-#include "dsp/fft_transformer.h"
 #include "inference/inference.h"
-#include "pipeline/model_output.h"
-#include "support/audio_view.h"
+#include "pipeline/model_window.h"
 #include "support/index_range.h"
 #include "support/tensor.h"
 #include "tavrin/export.h"
@@ -64,36 +62,36 @@ public:
     size_t newFrames(size_t samples) const { return (samples - _fftSize) / _hopSize + 1; }
 
     /// process() of rows without the copies: the final frames stay where the model wrote them.
+    /// @param rows the first channel's samples; @param stride floats from one channel to the next.
     /// @return the frames of modelOutput() that are final; nothing when the model call reports failure.
-    std::optional<IndexRange> analyse(const AudioView& signal, bool eof);
+    std::optional<tavrin::IndexRange> analyse(const float* rows, size_t stride, size_t samples, bool eof);
 
-    /// The same from two pieces. @param wanted which outputs will be read; the others may hold anything afterwards.
-    std::optional<IndexRange> analyse(const SplitAudio& signal, bool eof, const std::vector<bool>& wanted);
-
-    /// Output `index` of the last model call, [2·channels, frames, fftSize / 2]. Reading a frame may write to it.
-    ModelOutput& modelOutput(size_t index) { return _outputs[index]; }
+    /// The first output of the last model call, [2·channels, frames, fftSize / 2].
+    const float* modelOutput() const { return _outputs.front().data(); }
 
 private:
-    void requireBlock(const SplitAudio& signal) const;
-    void ageSpectrum(size_t newFrames);
-    void writeFrame(const SplitAudio& signal, size_t channel, size_t firstSample, size_t slot);
-    bool runModel(const std::vector<bool>& wanted);
-    IndexRange finalFrames(size_t newFrames, bool eof);
-    xt::xarray<float> spectra(const IndexRange& positions);
+    struct Ranges {
+        tavrin::IndexRange frames;  // slots that are final
+        tavrin::IndexRange tail;    // positions that flush() returns
+    };
+    std::optional<Ranges> run(const float* rows, size_t stride, size_t samples, bool eof);
+    void requireChannels(size_t channels) const;
+    void requireBlock(size_t samples) const;
+    bool runModel();
+    Ranges finalFrames(size_t newFrames, bool eof) const;
+    void succeed(const tavrin::IndexRange& tail);
+    xt::xarray<float> spectra(const tavrin::IndexRange& positions) const;
 
     size_t _channels;
     size_t _fftSize;
     size_t _hopSize;
     size_t _outputCount;
-    xt::xarray<float> _window;
     std::shared_ptr<IInference> _inference;
-    PFFFTTransformer _fft;
     size_t _frames;
     bool _trimEdges;
     size_t _contextFrames = 0;
-    xt::xarray<float> _spectrum;
+    tavrin::ModelWindow _window;
     xt::xarray<float> _pendingTail;
     bool _firstCall = true;
-    std::vector<ModelOutput> _outputs;
-    std::vector<bool> _allOutputs;  // `true` for each
+    std::vector<std::vector<float>> _outputs;  // of the last model call
 };

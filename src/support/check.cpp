@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-void checkFailed(const char* expression, const char* file, int line, const char* function) noexcept {
+void tavrin::checkFailed(const char* expression, const char* file, int line, const char* function) noexcept {
     std::fprintf(stderr, "%s:%d: %s: Assertion `%s' failed.\n", file, line, function, expression);
     std::abort();
 }

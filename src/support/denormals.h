@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+namespace tavrin {
+
 /// While one lives, the calling thread's arithmetic takes denormal numbers for zero.
 ///
 /// They lie 750 dB below full scale, and a processor may take a hundred times as long for each: a fade into silence
@@ -44,3 +46,5 @@ private:
 
     Mode _before;
 };
+
+}  // namespace tavrin

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstddef>
 
+namespace tavrin {
+
 /// Positions begin … end - 1 of an axis.
 struct IndexRange {
     size_t begin;
@@ -23,3 +25,5 @@ inline IndexRange clampRange(ptrdiff_t begin, ptrdiff_t end, size_t length) {
     const size_t first = clampBound(begin);
     return {first, std::max(first, clampBound(end))};
 }
+
+}  // namespace tavrin

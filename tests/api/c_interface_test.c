@@ -2,6 +2,7 @@
 // test to see, which runs a host in either language on the same song.
 #include "tavrin/tavrin_c.h"
 
+#include <math.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -13,19 +14,21 @@
     for (const int* status = (int[]){__VA_ARGS__, -1}; *status >= 0; ++status) CHECK(*status == TAVRIN_INVALID_ARGUMENT)
 
 enum { N = 600000 };
-static float song[2 * N], whole[2 * N], got[2 * N], block[2 * N], room[TAVRIN_OUTPUT_COUNT][2 * N];
+static float song[2 * N], whole[2 * N], got[2 * N], block[2 * N], room[3][2 * N];
 static unsigned char data[9999];
 static size_t written;
-static tavrin_stream *stream, *none;
-static tavrin_multi_model* model;
-static tavrin_multi_stream* stems;
+static tavrin_model *passthrough, *six, *failing;
+static tavrin_separator *stream, *none;
 
-// Reads a model into `data` and scrambles it with a key of one byte; 0 leaves it plain.
-static size_t readModel(const char* path, unsigned char key) {
+// Loads a model, scrambled with a key of one byte; 0 leaves it plain.
+static tavrin_model* load(const char* path, unsigned char key) {
     FILE* file = fopen(path, "rb");
     const size_t size = file ? fread(data, 1, sizeof data, file) : 0;
     for (size_t i = 0; i < size; ++i) data[i] ^= key;
-    return file && fclose(file) == 0 ? size : 0;
+    const tavrin_model_options options = {.struct_size = sizeof options, .threads = 1, .key = &key, .key_size = 1};
+    tavrin_model* model = NULL;
+    CHECK(file && !fclose(file) && !tavrin_model_create(data, size, &options, &model));
+    return model;
 }
 
 // A refusal has a status, a word of its message, and no output.
@@ -35,114 +38,175 @@ static int refused(tavrin_status status, tavrin_status wanted, const char* word)
 
 // Sends the song through in pieces, each given too little room at first.
 static void separate(int planar, size_t cut, float* out) {
-    for (size_t from = 0, done = 0, n = 1, needed; n > 0; from += n, done += written, written = 0) {
+    for (size_t from = 0, done = 0, n = 1; n > 0; from += n, done += written, written = 0) {
         n = cut < N - from ? cut : N - from;
         for (size_t i = 0; i < 2 * n; ++i) block[planar ? i % 2 * n + i / 2 : i] = song[2 * from + i];
-        CHECK(tavrin_stream_capacity(stream, n, &needed) == TAVRIN_OK && needed == from + n - done);
-        for (size_t given = needed - 1; given <= needed; ++given) {
-            const tavrin_status status = n > 0 ? tavrin_stream_process(stream, block, n, *room, given, &written)
-                                               : tavrin_stream_finish(stream, *room, given, &written);
-            CHECK(given < needed ? refused(status, TAVRIN_BUFFER_TOO_SMALL, "") : !status && (n || written == needed));
+        const float* const in[] = {block, block + n};
+        const size_t needed = n > 0 ? tavrin_separator_output_for(stream, n) : tavrin_separator_pending(stream);
+        float* const outputs[] = {*room, *room + needed};
+        CHECK(from + n - done - needed <= tavrin_separator_latency(stream));
+        for (size_t given = needed > 0 ? needed - 1 : 0; given <= needed; ++given) {
+            const tavrin_status status = n > 0 ? tavrin_separator_process(stream, in, n, outputs, given, &written)
+                                               : tavrin_separator_finish(stream, outputs, given, &written);
+            CHECK(given < needed ? refused(status, TAVRIN_BUFFER_TOO_SMALL, "") : !status && written == needed);
         }
-        for (size_t i = 0; i < 2 * written; ++i) out[2 * done + i] = room[0][planar ? i % 2 * needed + i / 2 : i];
+        for (size_t i = 0; i < 2 * written; ++i) out[2 * done + i] = room[0][planar ? i % 2 * written + i / 2 : i];
     }
-    REFUSES(tavrin_stream_process(stream, song, 1, *room, N, &written), CLOSED, "has ended");
+    REFUSES(tavrin_separator_finish(stream, NULL, 0, &written), CLOSED, "");
 }
 
 static void streamsGiveTheSameBitsInEveryLayoutAndCut(void) {
-    for (int round = 0; round < 6; ++round) {  // interleaved, planar, and the rest; each once more after a reset
-        const tavrin_stream_config config = {sizeof config, "passthrough", round / 4, round / 2 % 2};
-        CHECK(!(round % 2 ? tavrin_stream_reset(stream) : tavrin_stream_create(&config, &stream)));
-        separate(config.planar, round == 0 ? N : 70001, round == 0 ? whole : got);
-        for (size_t i = 0; i < 2 * N && round > 0; ++i) CHECK(got[i] == (config.rest ? song[i] - whole[i] : whole[i]));
-        if (round % 2) tavrin_stream_destroy(stream);
+    CHECK(!tavrin_separator_create(passthrough, NULL, &stream));
+    separate(0, N, whole);
+    tavrin_separator_destroy(stream);
+    for (int planar = 0; planar < 2; ++planar) {
+        const tavrin_separator_config config = {.struct_size = sizeof config, .planar = planar};
+        CHECK(!tavrin_separator_create(passthrough, &config, &stream));
+        for (size_t cut = 70001; cut < 80000; cut += 9000) {
+            separate(planar, cut, got);
+            CHECK(memcmp(got, whole, sizeof whole) == 0 && !tavrin_separator_reset(stream));
+        }
+        tavrin_separator_destroy(stream);
     }
 }
 
-static void stemsAreThoseOfTheModelAndAnOutputInUseMayNotBeNull(size_t size) {
-    const tavrin_multi_stream_config config = {sizeof config, 1U << TAVRIN_VOCALS | 1U << TAVRIN_BASS, 1, 0};
-    CHECK(tavrin_multi_model_create(data, size, NULL, 0, NULL, &model) == TAVRIN_OK);
-    CHECK(tavrin_multi_stream_create(model, &config, &stems) == TAVRIN_OK);
-    tavrin_multi_model_destroy(model);  // the stream keeps it
-    float* out[] = {room[0], NULL, room[2], room[3], NULL, NULL, room[6]};
-    const float *vocals = room[0], *bass = room[2], *off = room[3], *rest = room[6], *in = song, *pass = whole;
+static void stemsComeByNameInTheWantedOrderAndCanBeSwitched(void) {
+    tavrin_model_info info = {.struct_size = sizeof info};
+    CHECK(!tavrin_model_get_info(six, &info) && info.stem_count == 6);
+    const char* const wanted[] = {info.stems[2], info.stems[0]};
+    const tavrin_separator_config config = {.struct_size = sizeof config, .stems = wanted, .stem_count = 2, .rest = 1};
+    CHECK(!tavrin_separator_create(six, &config, &stream) && tavrin_separator_output_count(stream) == 3);
+    const char *first = tavrin_separator_output_name(stream, 0), *last = tavrin_separator_output_name(stream, 2);
+    CHECK(!strcmp(first, wanted[0]) && !strcmp(last, "rest") && !tavrin_separator_output_name(stream, 3));
+    tavrin_model_destroy(six);  // the stream keeps what it needs
+
+    const float *const bass = room[0], *const vocals = room[1], *const rest = room[2], *in = song, *pass = whole;
     for (int part = 0; part < 3; ++part, in += 2 * written, pass += 2 * written, written = 0) {
-        if (part == 1) {  // in which the bass fades out
-            CHECK(tavrin_multi_stream_select(stems, 1U << TAVRIN_VOCALS) == TAVRIN_OK);
-            out[TAVRIN_BASS] = NULL;
-            REFUSES(tavrin_multi_stream_process(stems, song, 1, out, N, &written), INVALID_ARGUMENT, "[2]");
-        }
-        out[TAVRIN_BASS] = part < 2 ? room[2] : NULL;
-        CHECK(!(part < 2 ? tavrin_multi_stream_process(stems, song + part * N, N / 2, out, N, &written)
-                         : tavrin_multi_stream_finish(stems, out, N, &written)));
-        for (size_t i = 0; i < 2 * written; ++i) {  // the model's gains: a half, an eighth
-            CHECK(vocals[i] == 0.5f * pass[i] && off[i] == 0.0f && (part > 0 || bass[i] == 0.125f * pass[i]));
-            CHECK(part == 1 || rest[i] == in[i] - vocals[i] - (part == 0 ? bass[i] : 0.0f));
+        float* const outputs[] = {room[0], part == 2 ? NULL : room[1], room[2]};
+        if (part == 1) CHECK(!tavrin_separator_select(stream, &first, 1));
+        CHECK(!(part < 2
+                    ? tavrin_separator_process(stream, (const float*[]){song + part * N}, N / 2, outputs, N, &written)
+                    : tavrin_separator_finish(stream, outputs, N, &written)));
+        for (size_t i = 0; i < 2 * written; ++i) {  // the model's gains: an eighth, a half
+            CHECK(bass[i] == 0.125f * pass[i] && (part > 0 || vocals[i] == 0.5f * pass[i]));
+            // The rest is as good as floats subtract; what is switched off is in it after the fade.
+            const float off = part == 2 ? 0.0f : vocals[i];
+            CHECK(part == 1 || fabsf(rest[i] - (in[i] - bass[i] - off)) < 1e-6f);
         }
     }
-    CHECK(in == song + 2 * N && tavrin_multi_stream_reset(stems) == TAVRIN_OK);
-    REFUSES(tavrin_multi_stream_select(stems, 64), INVALID_ARGUMENT, "64");
-    tavrin_multi_stream_destroy(stems);
+    CHECK(in == song + 2 * N && !tavrin_separator_select(stream, NULL, 0) && !tavrin_separator_reset(stream));
+    REFUSES(tavrin_separator_select(stream, (const char*[]){"kazoo"}, 1), INVALID_ARGUMENT, "kazoo");
+    tavrin_separator_destroy(stream);
+}
+
+static void aModelSaysWhatItIsAndALatencyIsAChoice(void) {
+    tavrin_model_info info[2] = {{.struct_size = 2 * sizeof *info}};  // the second stands for fields to come
+    info[1].bins = 9;
+    CHECK(!tavrin_model_get_info(passthrough, info) && info[1].bins == 0);
+    CHECK(info->stem_count == 1 && !strcmp(*info->stems, "separated") && info->sample_rate == 44100);
+    CHECK(info->frame_length == 4096 && info->hop == 1024 && info->frames == 256 && info->bins == 2048);
+    CHECK(info->context == 1 && !strcmp(info->window, "blackman") && !strcmp(info->provider, "CPUExecutionProvider"));
+    CHECK(!*info->title && !*info->licence && !*info->source && (!info->not_used_count || info->not_used[0]));
+    info->struct_size = 8;
+    REFUSES(tavrin_model_get_info(passthrough, info), INVALID_ARGUMENT, "struct_size is 8");
+
+    tavrin_separator_config config = {.struct_size = sizeof config, .latency = 0.2};
+    CHECK(!tavrin_separator_create(passthrough, &config, &stream));
+    CHECK(tavrin_separator_latency(stream) <= 8820 && tavrin_separator_step(stream) == 4);
+    tavrin_separator_destroy(stream);
+    config.context = 9;
+    REFUSES(tavrin_separator_create(passthrough, &config, &none), INVALID_ARGUMENT, "");
 }
 
 static void everyStatusComesWithItsReason(void) {
-    tavrin_stream_config config[2] = {{2 * sizeof *config, "none", 0, 0}};  // the second stands for fields to come
-    REFUSES(tavrin_stream_create(config, &none), NOT_LOADED, "'none'");
-    config->tag = "small";
-    REFUSES(tavrin_stream_create(config, &none), MODEL_REFUSED, "[1, 4, 8, 16]");
-    config->tag = "failing";
-    CHECK(tavrin_stream_create(config, &stream) == TAVRIN_OK);
+    const char* const cuda = "kazoo";
+    const tavrin_model_options strict = {
+        .struct_size = sizeof strict, .providers = &cuda, .provider_count = 1, .strict = 1};
+    tavrin_model* model;
+    REFUSES(tavrin_model_create(data, 9999, &strict, &model), MODEL_REFUSED, "");
+    REFUSES(tavrin_model_create("no model", 8, NULL, &model), MODEL_REFUSED, "rotobuf");
+    REFUSES(
+        tavrin_model_create(song, SIZE_MAX, &(tavrin_model_options){sizeof strict, .key = "a", .key_size = 1}, &model),
+        OUT_OF_MEMORY, "memory");
+    tavrin_separator_config config[2] = {{.struct_size = 2 * sizeof *config}};
+    CHECK(!model && !tavrin_separator_create(failing, config, &stream));
     config[1].planar = 1;
-    REFUSES(tavrin_stream_create(config, &none), INVALID_ARGUMENT, "newer");
+    REFUSES(tavrin_separator_create(failing, config, &none), INVALID_ARGUMENT, "newer");
     config->struct_size = 1;
-    REFUSES(tavrin_stream_create(config, &none), INVALID_ARGUMENT, "struct_size is 1");
-    REFUSES(tavrin_load("small", "no model", 8, NULL, 0), MODEL_REFUSED, "rotobuf");
-    REFUSES(tavrin_load("small", song, SIZE_MAX, "key", 3), OUT_OF_MEMORY, "memory");
-    REFUSES(tavrin_stream_process(stream, song, SIZE_MAX, *room, N, &written), INVALID_ARGUMENT, "more than");
-    CHECK(tavrin_stream_process(stream, song, 1, *room, N, &written) == TAVRIN_OK);
-    REFUSES(tavrin_stream_finish(stream, *room, N, &written), RUN_FAILED, "out of data bounds");
-    REFUSES(tavrin_stream_process(stream, song, 1, *room, N, &written), CLOSED, "has failed");
-    CHECK(!tavrin_stream_reset(stream) && !tavrin_stream_capacity(stream, 0, &written) && written == 0);
-    if (!TAVRIN_SANITIZED)  // whose allocators would end the process
-        REFUSES(tavrin_stream_process(stream, song, SIZE_MAX >> 14, *room, SIZE_MAX, &written), OUT_OF_MEMORY, "");
+    REFUSES(tavrin_separator_create(failing, config, &none), INVALID_ARGUMENT, "struct_size is 1");
+
+    const float* const in = song;
+    float* const out = room[0];
+    REFUSES(tavrin_separator_process(stream, &in, SIZE_MAX, &out, N, &written), INVALID_ARGUMENT, "more than");
+    CHECK(!tavrin_separator_process(stream, &in, 1, NULL, 0, &written) && tavrin_separator_pending(stream) == 1);
+    REFUSES(tavrin_separator_finish(stream, &out, N, &written), RUN_FAILED, "out of data bounds");
+    REFUSES(tavrin_separator_process(stream, &in, 1, &out, N, &written), CLOSED, "");
+    CHECK(!tavrin_separator_reset(stream) && !tavrin_separator_pending(stream));
+}
+
+static void aLongMessageEndsWithAWholeCharacter(void) {
+    for (size_t shift = 0; shift < 4; ++shift) {  // characters of four bytes, cut at each
+        char name[2048] = "stem";
+        const char* const stem = name;
+        for (size_t i = 0; i < 2000 - shift; ++i) name[shift + i] = "\xF0\x9F\x8E\xB5"[i % 4];
+        const tavrin_separator_config config = {.struct_size = sizeof config, .stems = &stem, .stem_count = 1};
+        REFUSES(tavrin_separator_create(passthrough, &config, &none), INVALID_ARGUMENT, "\xF0\x9F\x8E\xB5");
+        const size_t length = strlen(tavrin_last_error());
+        CHECK(length > 1000 && !strcmp(tavrin_last_error() + length - 4, "\xF0\x9F\x8E\xB5"));
+    }
 }
 
 static void nothingMayBeNullUnlessItSaysSo(void) {
-    const tavrin_stream_config config = {sizeof config, NULL, 0, 0};
+    const float* const in[] = {song, NULL};
+    float* const out[] = {*room};
+    tavrin_model* model;
+    const tavrin_model_options noProviders = {.struct_size = sizeof noProviders, .provider_count = 1};
+    const tavrin_model_options noKey = {.struct_size = sizeof noKey, .key_size = 1};
+    const tavrin_separator_config noStem = {
+        .struct_size = sizeof noStem, .stems = (const char*[]){NULL}, .stem_count = 1};
+    const tavrin_separator_config planar = {.struct_size = sizeof planar, .planar = 1};
+    tavrin_separator* apart;
+    CHECK(!tavrin_separator_create(passthrough, &planar, &apart));
+    CHECK(!tavrin_separator_process(stream, in, 1, NULL, 0, &written) && !written);
     ALL_INVALID(
-        tavrin_provider_count(NULL), tavrin_provider_name(0, NULL), tavrin_unload(NULL), tavrin_is_loaded(NULL),
-        tavrin_load(NULL, song, 3, NULL, 0), tavrin_load("a", NULL, 3, NULL, 0), tavrin_load("a", song, 3, NULL, 3),
-        tavrin_stream_create(NULL, &none), tavrin_stream_create(&config, NULL), tavrin_stream_create(&config, &none),
-        tavrin_stream_reset(NULL), tavrin_stream_capacity(NULL, 0, &written), tavrin_stream_capacity(stream, 0, NULL),
-        tavrin_stream_process(NULL, song, 1, *room, N, &written),
-        tavrin_stream_process(stream, NULL, 1, *room, N, &written),
-        tavrin_stream_process(stream, song, 1, NULL, N, &written),
-        tavrin_stream_process(stream, song, 1, *room, N, NULL), tavrin_multi_stream_select(NULL, 1),
-        tavrin_multi_stream_create(NULL, NULL, &stems), tavrin_multi_model_create(song, 3, NULL, 0, NULL, NULL),
-        tavrin_multi_model_create(NULL, 3, NULL, 0, NULL, &model), tavrin_multi_stream_reset(NULL),
-        tavrin_multi_stream_capacity(NULL, 0, &written), tavrin_multi_stream_process(NULL, song, 1, NULL, N, &written));
-    CHECK(!none && !model && !stems);
-    tavrin_stream_destroy(stream);
+        tavrin_provider_count(NULL), tavrin_provider_name(0, NULL), tavrin_model_create(NULL, 3, NULL, &model),
+        tavrin_model_create(data, 3, NULL, NULL), tavrin_model_create(data, 3, &noProviders, &model),
+        tavrin_model_create(data, 3, &noKey, &model), tavrin_model_get_info(NULL, NULL),
+        tavrin_model_get_info(passthrough, NULL), tavrin_separator_create(NULL, NULL, &none),
+        tavrin_separator_create(passthrough, NULL, NULL), tavrin_separator_create(passthrough, &noStem, &none),
+        tavrin_separator_process(NULL, in, 1, out, N, &written),
+        tavrin_separator_process(stream, NULL, 1, out, N, &written),
+        tavrin_separator_process(stream, in + 1, 1, out, N, &written),
+        tavrin_separator_process(apart, in, 1, out, N, &written), tavrin_separator_process(stream, in, 1, out, N, NULL),
+        tavrin_separator_finish(stream, NULL, N, &written), tavrin_separator_finish(NULL, out, N, &written),
+        tavrin_separator_select(NULL, NULL, 0), tavrin_separator_select(stream, NULL, 1), tavrin_separator_reset(NULL));
+    CHECK(!none && !model && !tavrin_separator_pending(NULL) && !tavrin_separator_output_name(NULL, 0));
+    tavrin_separator_destroy(apart);
+    tavrin_separator_destroy(stream);
+    tavrin_separator_destroy(NULL);
 }
 
-static void* failsElsewhere(void* wrong) { return *tavrin_last_error() || !tavrin_unload(NULL) ? wrong : NULL; }
+static void* failsElsewhere(void* wrong) { return *tavrin_last_error() || !tavrin_provider_count(NULL) ? wrong : NULL; }
 
-// Arguments: the paths of the models, the one with several stems first; none beside a runtime that is too old.
+// Arguments: the paths of three models, that with several stems second; none beside a runtime that is too old.
 int main(int argc, char** argv) {
-    const char *tags[] = {NULL, NULL, "passthrough", "small", "failing"}, *name;
     if (argc == 1) return !refused(tavrin_provider_count(&written), TAVRIN_RUNTIME_TOO_OLD, "1.20.1");
     for (size_t i = 0; i < 2 * N; ++i) song[i] = (float)rand() / (float)RAND_MAX - 0.5f;
-    for (unsigned char key = 2; key < argc; ++key)
-        CHECK(tavrin_load(tags[key], data, readModel(argv[key], key), &key, 1) == TAVRIN_OK);
+    passthrough = load(argv[1], 0x55), six = load(argv[2], 0), failing = load(argv[3], 0);
     streamsGiveTheSameBitsInEveryLayoutAndCut();
-    stemsAreThoseOfTheModelAndAnOutputInUseMayNotBeNull(readModel(argv[1], 0));
+    stemsComeByNameInTheWantedOrderAndCanBeSwitched();
+    aModelSaysWhatItIsAndALatencyIsAChoice();
     everyStatusComesWithItsReason();
+    aLongMessageEndsWithAWholeCharacter();
     nothingMayBeNullUnlessItSaysSo();
+    tavrin_model_destroy(passthrough);
+    tavrin_model_destroy(failing);
+
     pthread_t thread;
     void* wrong;
+    const char* name;
     CHECK(tavrin_provider_name(99, &name) == TAVRIN_INVALID_ARGUMENT && tavrin_version() == TAVRIN_VERSION_NUMBER);
     CHECK(!pthread_create(&thread, NULL, failsElsewhere, song) && !pthread_join(thread, &wrong) && !wrong);
     CHECK(strstr(tavrin_last_error(), "no provider 99") && !tavrin_provider_count(&written));
     CHECK(!tavrin_provider_name(written - 1, &name) && strcmp(name, "CPUExecutionProvider") == 0);
-    CHECK(!tavrin_unload("small") && tavrin_is_loaded("small") && !tavrin_unload_all() && tavrin_is_loaded("failing"));
 }

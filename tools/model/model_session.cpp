@@ -8,30 +8,13 @@
 #include <stdexcept>
 #include <vector>
 
+#include "inference/session_signature.h"
+
 namespace tavrin::tool {
 
 namespace {
 
 constexpr std::size_t timedRuns = 5;
-
-// Numbered as in ONNXTensorElementDataType.
-constexpr const char* typeNames[] = {"undefined", "float",  "uint8",     "int8",       "uint16",  "int16",
-                                     "int32",     "int64",  "string",    "bool",       "float16", "double",
-                                     "uint32",    "uint64", "complex64", "complex128", "bfloat16"};
-
-ModelTensor describe(const std::string& name, const Ort::TypeInfo& info) {
-    if (info.GetONNXType() != ONNX_TYPE_TENSOR) return {name, "no tensor", {}, {}};
-    const auto tensor = info.GetTensorTypeAndShapeInfo();
-    const auto type = static_cast<std::size_t>(tensor.GetElementType());
-    ModelTensor result{name, type < std::size(typeNames) ? typeNames[type] : "another type", tensor.GetShape(), {}};
-    std::vector<const char*> symbols(result.shape.size());
-    if (!symbols.empty()) tensor.GetSymbolicDimensions(symbols.data(), symbols.size());
-    for (std::size_t i = 0; i < result.shape.size(); ++i) {
-        const std::string symbol = symbols[i] && *symbols[i] ? symbols[i] : "?";
-        result.dimensions.push_back(result.shape[i] < 0 ? symbol : std::to_string(result.shape[i]));
-    }
-    return result;
-}
 
 Ort::Env makeEnvironment() {
     // Null when the runtime does not know the interface of our headers; no other call may go through it then.
@@ -44,7 +27,7 @@ Ort::Env makeEnvironment() {
 
 Ort::Value makeInput(const ModelTensor& tensor) {
     Ort::AllocatorWithDefaultOptions memory;
-    const bool isFlag = tensor.type == "bool";
+    const bool isFlag = tensor.elementType == "bool";
     Ort::Value value =
         Ort::Value::CreateTensor(memory, tensor.shape.data(), tensor.shape.size(),
                                  isFlag ? ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL : ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT);
@@ -66,17 +49,7 @@ class ModelSession::Impl {
 public:
     explicit Impl(const std::string& bytes) : _session(_environment, bytes.data(), bytes.size(), {}) {}
 
-    ModelSignature signature() const {
-        const Ort::AllocatorWithDefaultOptions memory;
-        ModelSignature model;
-        for (std::size_t i = 0; i < _session.GetInputCount(); ++i)
-            model.inputs.push_back(
-                describe(_session.GetInputNameAllocated(i, memory).get(), _session.GetInputTypeInfo(i)));
-        for (std::size_t i = 0; i < _session.GetOutputCount(); ++i)
-            model.outputs.push_back(
-                describe(_session.GetOutputNameAllocated(i, memory).get(), _session.GetOutputTypeInfo(i)));
-        return model;
-    }
+    ModelSignature signature() const { return readSignature(_session); }
 
     std::chrono::duration<double> timeOneBlock() {
         const ModelSignature model = signature();

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "model_check.h"
+#include "inference/model_contract.h"
 
 namespace tavrin::tool {
 

@@ -3,19 +3,22 @@
 #include <tavrin/tavrin_c.h>
 
 enum { samples = 50000, capacity = 320000 };
-static unsigned char model[1 << 20];
+static unsigned char bytes[1 << 20];
 static float song[2 * samples], stem[2 * capacity];
 
 int main(void) {
     FILE* file = fopen(TAVRIN_MODEL, "rb");
-    const size_t size = file ? fread(model, 1, sizeof model, file) : 0;
-    if (tavrin_load("centre", model, size, NULL, 0) != TAVRIN_OK) return 1;
-    const tavrin_stream_config config = {.struct_size = sizeof config, .tag = "centre"};
-    tavrin_stream* stream;
+    const size_t size = file ? fread(bytes, 1, sizeof bytes, file) : 0;
+    const float* const input = song;
+    float* const output = stem;
+    tavrin_model* model;
+    tavrin_separator* separator;
     size_t written, rest;
-    if (tavrin_stream_create(&config, &stream) != TAVRIN_OK) return 2;
-    if (tavrin_stream_process(stream, song, samples, stem, capacity, &written) != TAVRIN_OK) return 3;
-    if (tavrin_stream_finish(stream, stem, capacity, &rest) != TAVRIN_OK) return 4;
-    tavrin_stream_destroy(stream);
+    if (tavrin_model_create(bytes, size, NULL, &model) != TAVRIN_OK) return 1;
+    if (tavrin_separator_create(model, NULL, &separator) != TAVRIN_OK) return 2;
+    if (tavrin_separator_process(separator, &input, samples, &output, capacity, &written) != TAVRIN_OK) return 3;
+    if (tavrin_separator_finish(separator, &output, capacity, &rest) != TAVRIN_OK) return 4;
+    tavrin_separator_destroy(separator);
+    tavrin_model_destroy(model);
     return written + rest == samples ? 0 : 5;
 }
