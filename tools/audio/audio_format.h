@@ -12,7 +12,8 @@ struct AudioFormat {
     const char* extension;  ///< without a dot
     const char* muxer;      ///< FFmpeg's names
     const char* encoder;
-    int bits;  ///< of an integer format; 0 for floating point and for lossy ones
+    int bits;      ///< of an integer format; 0 for floating point and for lossy ones
+    bool isLossy;  ///< decoding does not give the same samples
 
     struct Quality {
         double least, most, normal;
@@ -23,7 +24,6 @@ struct AudioFormat {
 
     /// Whether samples beyond full scale survive in it.
     bool hasHeadroom() const { return bits == 0; }
-    bool isLossless() const { return rates.empty() && quality.least >= 0; }
     /// The rate that a song of `rate` gets: its own, or the next higher one, or the highest.
     int rateFor(int rate) const;
 };

@@ -6,6 +6,8 @@
 #include <memory>
 #include <vector>
 
+struct SwrContext;
+
 namespace tavrin::tool {
 
 /// Converts a stream of interleaved stereo samples from one rate to another, without shifting it in time: sample k of
@@ -36,9 +38,9 @@ private:
     std::vector<float> convert(const float* samples, std::int64_t count);
 
     struct Free {
-        void operator()(struct SwrContext* context) const;
+        void operator()(SwrContext* context) const;
     };
-    std::unique_ptr<struct SwrContext, Free> _context;  // none for equal rates
+    std::unique_ptr<SwrContext, Free> _context;  // none for equal rates
     int _from;
     int _to;
     std::int64_t _in = 0;  // samples per channel so far
