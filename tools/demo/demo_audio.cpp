@@ -1,198 +1,122 @@
 // tavrin-demo-audio: what the demo needs beside the separation itself. Mixes tracks, and scores stems against them.
-#include <sndfile.hh>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <exception>
-#include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "audio/audio_reader.h"
+#include "audio/audio_writer.h"
+#include "audio/resampler.h"
+
 namespace {
 
-constexpr int kChannels = 2;
-constexpr sf_count_t kBlockFrames = 65536;
+using namespace tavrin::tool;
+using Samples = std::vector<float>;  // interleaved stereo
 
-// Centre and rest are a float sum away from the mix: more than this is a fault.
-constexpr double kLargestDeviationDb = -120.0;
+// The parts are a float sum away from the mix: more than this is a fault.
+constexpr double largestDeviationDb = -120.0;
 
-using Samples = std::vector<float>;
-
-// A stereo file read block by block; after its end come zeros, so that tracks of unequal length can be read in step.
-class Track {
-public:
-    explicit Track(const std::string& path) : _path(path), _file(path) {
-        if (_file.error() != SF_ERR_NO_ERROR) throw std::runtime_error(path + ": " + _file.strError());
-        if (_file.channels() != kChannels)
-            throw std::runtime_error(path + ": has " + std::to_string(_file.channels()) + " channels; needed are 2");
-    }
-
-    sf_count_t frames() const { return _file.frames(); }
-    int rate() const { return _file.samplerate(); }
-
-    void requireRate(int wanted) const {
-        if (rate() != wanted)
-            throw std::runtime_error(_path + ": " + std::to_string(rate()) + " Hz, but the first file has " +
-                                     std::to_string(wanted) + " Hz");
-    }
-
-    void skipTo(sf_count_t frame) {
-        if (_file.seek(std::min(frame, frames()), SEEK_SET) < 0)
-            throw std::runtime_error(_path + ": cannot seek: " + _file.strError());
-    }
-
-    // Fills the whole block.
-    void read(Samples& block) {
-        const sf_count_t got = _file.readf(block.data(), static_cast<sf_count_t>(block.size()) / kChannels);
-        if (_file.error() != SF_ERR_NO_ERROR) throw std::runtime_error(_path + ": " + _file.strError());
-        std::fill(block.begin() + got * kChannels, block.end(), 0.0F);
-    }
-
-private:
-    std::string _path;
-    SndfileHandle _file;
+struct Track {
+    Samples samples;
+    int rate = 0;
 };
 
-std::vector<Track> openInStep(const std::vector<std::string>& paths) {
-    std::vector<Track> tracks(paths.begin(), paths.end());
-    for (const Track& track : tracks) track.requireRate(tracks.front().rate());
-    return tracks;
+// A whole file, at its own rate or at another one.
+Track load(const std::string& path, int rate = 0) {
+    AudioInput input;
+    input.place.path = path;
+    AudioReader reader(input);
+    Track track{{}, rate > 0 ? rate : reader.rate()};
+    Resampler resampler(reader.rate(), track.rate);
+    const auto append = [&](const Samples& more) {
+        track.samples.insert(track.samples.end(), more.begin(), more.end());
+    };
+    for (Samples block = reader.read(); !block.empty(); block = reader.read()) append(resampler.process(block));
+    append(resampler.finish());
+    if (reader.isDamaged()) throw std::runtime_error(path + ": is damaged; delete it and run the demo again");
+    return track;
 }
 
-sf_count_t longest(const std::vector<Track>& tracks) {
-    sf_count_t frames = 0;
-    for (const Track& track : tracks) frames = std::max(frames, track.frames());
-    return frames;
-}
-
-// Calls `use` with blocks of as many samples as remain, up to a whole one.
-template <typename Use>
-void forEachBlock(sf_count_t frames, Use use) {
-    for (sf_count_t done = 0; done < frames; done += kBlockFrames)
-        use(static_cast<std::size_t>(std::min(kBlockFrames, frames - done) * kChannels));
+// Adds `gain` times the samples; the sum becomes as long as the longer one.
+void add(Samples& sum, const Samples& samples, float gain = 1) {
+    sum.resize(std::max(sum.size(), samples.size()));
+    for (std::size_t i = 0; i < samples.size(); ++i) sum[i] += gain * samples[i];
 }
 
 // Writes the sum of all tracks, as long as the longest, as float samples: a sum beyond full scale is kept.
-void mix(const std::string& output, const std::vector<std::string>& inputs) {
-    std::vector<Track> tracks = openInStep(inputs);
-    SndfileHandle file(output, SFM_WRITE, SF_FORMAT_WAV | SF_FORMAT_FLOAT, kChannels, tracks.front().rate());
-    if (file.error() != SF_ERR_NO_ERROR) throw std::runtime_error(output + ": " + file.strError());
-    Samples sum;
-    Samples block;
-    forEachBlock(longest(tracks), [&](std::size_t samples) {
-        sum.assign(samples, 0.0F);
-        block.resize(samples);
-        for (Track& track : tracks) {
-            track.read(block);
-            for (std::size_t i = 0; i < samples; ++i) sum[i] += block[i];
-        }
-        const auto frames = static_cast<sf_count_t>(samples) / kChannels;
-        if (file.writef(sum.data(), frames) != frames) throw std::runtime_error(output + ": " + file.strError());
-    });
+// @param tracks a gain in decibels and a file, in turn; the first file gives the rate.
+void mix(const std::string& output, const std::vector<std::string>& tracks) {
+    Track sum;
+    for (std::size_t i = 0; i + 1 < tracks.size(); i += 2) {
+        const Track track = load(tracks[i + 1], sum.rate);
+        sum.rate = track.rate;
+        add(sum.samples, track.samples, static_cast<float>(std::pow(10, std::stod(tracks[i]) / 20)));
+    }
+    AudioOutput file;
+    file.place.path = output;
+    file.format = findAudioFormat("wav");
+    file.rate = sum.rate;
+    AudioWriter writer(file);
+    writer.write(sum.samples);
+    writer.finish();
 }
 
 // Signal-to-distortion ratio: 10 log10(sum s^2 / sum (s - e)^2) over all samples of both channels.
-class Ratio {
-public:
-    void add(const Samples& signal, const Samples& estimate) {
-        for (std::size_t i = 0; i < signal.size(); ++i) {
-            const double s = signal[i];
-            const double d = s - estimate[i];
-            _signal += s * s;
-            _distortion += d * d;
-        }
+double ratio(const Samples& signal, const Samples& estimate) {
+    double power = 0;
+    double distortion = 0;
+    for (std::size_t i = 0; i < std::min(signal.size(), estimate.size()); ++i) {
+        power += static_cast<double>(signal[i]) * signal[i];
+        distortion += std::pow(static_cast<double>(signal[i]) - estimate[i], 2);
     }
-    double decibels() const { return 10.0 * std::log10(_signal / _distortion); }
-
-private:
-    double _signal = 0.0;
-    double _distortion = 0.0;
-};
-
-struct Row {
-    const char* track;
-    const char* stem;
-    Ratio before;
-    Ratio after;
-};
-
-void print(const Row& row) {
-    const double before = row.before.decibels();
-    const double after = row.after.decibels();
-    std::printf("  %-8s %-8s %8.1f %11.1f %+8.1f\n", row.track, row.stem, before, after, after - before);
+    return 10 * std::log10(power / distortion);
 }
 
-// Prints how near the stems come to the tracks, over a part of the song or all of it. Returns whether centre and rest
-// are exactly as long as the mix and add up to it.
-bool score(const std::vector<std::string>& paths, double startSeconds, double lengthSeconds) {
-    std::vector<Track> tracks = openInStep(paths);
-    const sf_count_t total = tracks[0].frames();
-    const double rate = tracks[0].rate();
-    if (!(startSeconds >= 0.0 && lengthSeconds > 0.0 && startSeconds * rate < static_cast<double>(total)))
-        throw std::runtime_error("the part to score lies outside the mix");
-    const auto start = static_cast<sf_count_t>(startSeconds * rate);
-    const auto frames = static_cast<sf_count_t>(std::min(lengthSeconds * rate, static_cast<double>(total - start)));
-
-    for (Track& track : tracks) track.skipTo(start);
-    Samples mix;
-    Samples centre;
-    Samples rest;
-    Samples others;
-    Samples guitar;
-    Row rows[] = {{"guitar", "rest", {}, {}}, {"others", "centre", {}, {}}};
-    double deviation = 0.0;
-    forEachBlock(frames, [&](std::size_t samples) {
-        Samples* const blocks[] = {&mix, &centre, &rest, &others, &guitar};
-        for (std::size_t i = 0; i < tracks.size(); ++i) {
-            blocks[i]->resize(samples);
-            tracks[i].read(*blocks[i]);
-        }
-        rows[0].before.add(guitar, mix);
-        rows[0].after.add(guitar, rest);
-        rows[1].before.add(others, mix);
-        rows[1].after.add(others, centre);
-        for (std::size_t i = 0; i < samples; ++i) {
-            const double d = std::abs(static_cast<double>(centre[i]) + rest[i] - mix[i]);
-            // Written so that a NaN counts as a deviation.
-            if (!(d <= deviation)) deviation = std::isnan(d) ? std::numeric_limits<double>::infinity() : d;
-        }
-    });
-
-    std::printf("Signal-to-distortion ratio, dB (higher is better)\n");
-    std::printf("  %-8s %-8s %8s %11s %8s\n", "track", "stem", "mix", "separated", "gain");
-    for (const Row& row : rows) print(row);
-    const double deviationDb = 20.0 * std::log10(deviation);
-    const bool sameLength = tracks[1].frames() == total && tracks[2].frames() == total;
-    std::printf("Centre + rest against the mix: at most %.1f dB of full scale apart\n", deviationDb);
-    std::printf("Samples per channel: mix %lld, centre %lld, rest %lld\n", static_cast<long long>(total),
-                static_cast<long long>(tracks[1].frames()), static_cast<long long>(tracks[2].frames()));
-    if (!sameLength) std::fprintf(stderr, "tavrin-demo-audio: the stems are not as long as the mix\n");
-    if (!(deviationDb <= kLargestDeviationDb))
-        std::fprintf(stderr, "tavrin-demo-audio: centre + rest is not the mix: off by %.1f dB, allowed are %.0f dB\n",
-                     deviationDb, kLargestDeviationDb);
-    return sameLength && deviationDb <= kLargestDeviationDb;
+// Prints how near the stems come to the tracks. Returns whether all stems are as long as the mix and add up to it.
+// @param rows a name, the track and the stem that is to be it, in turn.
+bool score(const std::string& mixFile, const std::vector<std::string>& rows) {
+    const Track mix = load(mixFile);
+    Samples sum;
+    bool isWhole = true;
+    std::printf("  %-10s %12s %12s %8s   (signal-to-distortion ratio, dB)\n", "track", "in the mix", "separated", "gain");
+    for (std::size_t i = 0; i + 2 < rows.size(); i += 3) {
+        Samples track = load(rows[i + 1], mix.rate).samples;
+        const Samples stem = load(rows[i + 2]).samples;
+        track.resize(mix.samples.size());
+        const double before = ratio(track, mix.samples);
+        const double after = ratio(track, stem);
+        std::printf("  %-10s %12.1f %12.1f %+8.1f\n", rows[i].c_str(), before, after, after - before);
+        isWhole = isWhole && stem.size() == mix.samples.size();
+        add(sum, stem);
+    }
+    if (!isWhole) {
+        std::fprintf(stderr, "tavrin-demo-audio: the stems are not as long as the mix\n");
+        return false;
+    }
+    double deviation = 0;
+    for (std::size_t i = 0; i < sum.size(); ++i)
+        deviation = std::max(deviation, std::abs(static_cast<double>(sum[i]) - mix.samples[i]));
+    const double deviationDb = 20 * std::log10(deviation);
+    std::printf("  stems together against the mix: at most %.0f dB of full scale apart\n", deviationDb);
+    return deviationDb <= largestDeviationDb;
 }
 
-constexpr const char* kUsage =
-    "usage: tavrin-demo-audio mix OUTPUT.wav TRACK...\n"
-    "       tavrin-demo-audio score MIX CENTRE REST OTHERS GUITAR [START LENGTH]\n"
-    "START and LENGTH in seconds; the whole mix without them.\n";
+constexpr const char* usage =
+    "usage: tavrin-demo-audio mix OUTPUT.wav {GAIN_DB TRACK}...\n"
+    "       tavrin-demo-audio score MIX {NAME TRACK STEM}...\n";
 
 int run(const std::vector<std::string>& words) {
     const std::string verb = words.empty() ? "" : words[0];
-    if (verb == "mix" && words.size() >= 3) {
-        mix(words[1], {words.begin() + 2, words.end()});
+    const std::vector<std::string> more(words.begin() + std::min<std::ptrdiff_t>(2, std::ssize(words)), words.end());
+    if (verb == "mix" && !more.empty() && more.size() % 2 == 0) {
+        mix(words[1], more);
         return 0;
     }
-    if (verb == "score" && (words.size() == 6 || words.size() == 8)) {
-        const bool part = words.size() == 8;
-        const double start = part ? std::stod(words[6]) : 0.0;
-        const double length = part ? std::stod(words[7]) : std::numeric_limits<double>::infinity();
-        return score({words.begin() + 1, words.begin() + 6}, start, length) ? 0 : 1;
-    }
-    std::fputs(kUsage, stderr);
+    if (verb == "score" && !more.empty() && more.size() % 3 == 0) return score(words[1], more) ? 0 : 1;
+    std::fputs(usage, stderr);
     return 2;
 }
 
