@@ -1,9 +1,9 @@
 /// @file
 /// The model registry and the block engine of libtavrin_proc.
 ///
-/// Load a model once with initializeModel(), then give every audio stream an object of its own: a
-/// tavrin::StreamSeparator (stream_separator.h), which takes blocks of any size, or a tavrin::TavrinProc, the block
-/// engine beneath it, which has rules on block sizes.
+/// Most hosts want separator.h: it takes blocks of any size, any number of stems and any geometry. This header is the
+/// engine with a fixed geometry beneath a registry of models: load a model once with initializeModel(), then give every
+/// audio stream a tavrin::TavrinProc of its own, which has rules on block sizes.
 #pragma once
 
 #include <cstddef>
@@ -55,13 +55,15 @@ struct TavrinProcConfig {
 
 class TavrinProcImpl;
 
-/// The block engine: separates one stereo stream whose host keeps to its rules on block sizes. Use StreamSeparator
-/// unless you need this control.
+/// The block engine: separates one stereo stream whose host keeps to its rules on block sizes. Use Separator unless you
+/// need this control.
 ///
 /// Rules: every call without `eof` carries exactly maxInputSize() samples per channel, asked anew before each call;
 /// one last call, with `eof`, carries the remaining 0 … maxInputSize() samples. With other block sizes samples may be
-/// skipped at block borders (the stream then leaves the grid of 1024-sample hops), a block may be refused with an
-/// exception, and more than about six seconds in the last call abort the process.
+/// skipped at block borders (the stream then leaves the grid of 1024-sample hops) or a block may be refused with an
+/// exception. At the end of the stream there are two limits on what is held with the last call's samples: where its
+/// padding needs more than the model's 256 frames the call throws std::invalid_argument and nothing has changed; with
+/// more than a whole model call, 265216 samples per channel on a fresh object and 263168 later, the process aborts.
 ///
 /// The separated signal lags behind: the first calls return an empty vector, the last one what remains. Sample k of
 /// the whole output belongs to sample k of the whole input. One object serves one stream; nothing resets it.
@@ -75,7 +77,8 @@ class TavrinProcImpl;
 class TAVRIN_EXPORT TavrinProc {
 public:
     /// @throws std::runtime_error when no model is registered under the tag, or when `channels` is not 2.
-    explicit TavrinProc(TavrinProcConfig config);
+    // NOLINTNEXTLINE(google-explicit-constructor): a configuration may stand for its stream
+    TavrinProc(TavrinProcConfig config);
     ~TavrinProc();
     TavrinProc(const TavrinProc&) = delete;
     TavrinProc& operator=(const TavrinProc&) = delete;

@@ -7,7 +7,8 @@
 
 namespace tavrin {
 
-class Model::Impl {
+/// Hidden, although the class around it is exported.
+class [[gnu::visibility("hidden")]] Model::Impl {
 public:
     Impl(const ModelData& model, const ModelOptions& options);
 

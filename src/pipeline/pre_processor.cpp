@@ -104,10 +104,10 @@ bool PreProcessor::runModel() {
     std::vector<float*> outputs;
     outputs.reserve(_outputs.size());
     for (std::vector<float>& output : _outputs) outputs.push_back(output.data());
-    RunFailure::take();  // an earlier call's, which nobody asked for
+    tavrin::RunFailure::take();  // an earlier call's, which nobody asked for
     if (!_inference->run(_window.data(), std::move(outputs), {1, 2 * _channels, _frames, _fftSize / 2})) return false;
     // The back-ends swallow a failed execution; what it left behind may be an earlier call's output, or half of one.
-    if (RunFailure::take())
+    if (tavrin::RunFailure::take())
         for (std::vector<float>& output : _outputs) std::fill(output.begin(), output.end(), 0.0f);
     return true;
 }

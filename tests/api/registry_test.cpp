@@ -1,11 +1,18 @@
 #include <gtest/gtest.h>
 
+#include <future>
+#include <locale>
+
+#include "api/logging.h"
 #include "api/model_registry.h"
 #include "models/model_bytes.h"
+#include "support/log.h"
 #include "support/log_capture.h"
 #include "tavrin/tavrin_proc.h"
 
 namespace {
+
+using namespace std::string_literals;
 
 bool load(const std::vector<std::uint8_t>& bytes, const std::string& key) {
     return tavrin::initializeModel("tag", {bytes.data(), bytes.size(), &key});
@@ -29,7 +36,9 @@ TEST(ModelRegistry, loadsPlainAndScrambledModelsAndForgetsThem) {
     EXPECT_FALSE(hostsOwn.lines.empty()) << "another logger has taken its place";
     EXPECT_TRUE(tavrin::deinitializeModel("never loaded"));
     const auto bytes = model("");
-    EXPECT_TRUE(tavrin::initializeModel("null key", {bytes.data(), bytes.size(), nullptr}));
+    // One function, which can be passed on as it is.
+    const tavrin::ModelData nullKey{bytes.data(), bytes.size(), nullptr};
+    EXPECT_TRUE(std::async(tavrin::initializeModel, "null key", nullKey).get());
     EXPECT_TRUE(tavrin::deinitializeAllModels() && inferenceInstances.empty());
 }
 
@@ -43,12 +52,44 @@ TEST(ModelRegistry, keepsTheOldModelWhenALoadFailsAndLeavesItToItsUsersWhenOneSu
     EXPECT_FALSE(load(truncated, ""));
     EXPECT_FALSE(load(model("sevenly"), "sevenlY"));
     EXPECT_FALSE(load({}, "") || load({}, "k") || load(modelBytes("no_tensor.onnx"), ""));
-    EXPECT_FALSE(tavrin::initializeModel("tag", {nullptr, 100, nullptr}));
     EXPECT_FALSE(tavrin::initializeModel("tag", {truncated.data(), UINT64_MAX, &key}));
     EXPECT_EQ(inferenceInstances.at("tag"), old);
 
     ASSERT_TRUE(load(model(""), ""));
     EXPECT_EQ(old.use_count(), 1);
+}
+
+TEST(ModelRegistry, logsWhyItDoesNotLoadFromNowhere) {
+    const std::string key = "k";
+    for (const std::string* used : {static_cast<const std::string*>(nullptr), &key}) {
+        const LogCapture log;
+        EXPECT_FALSE(tavrin::initializeModel("tag", {nullptr, 100, used}));
+        EXPECT_EQ(log.texts(plog::error),
+                  std::vector{"[INFERENCE_onnx] Failed to initialize ONNX session: model data is null"s});
+    }
+}
+
+TEST(Logging, writesNumbersInTheClassicLocale) {
+    struct Grouped : std::numpunct<char> {
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\3"; }
+    };
+    LogCapture log;
+    const std::locale hosts = std::locale::global({std::locale::classic(), new Grouped});
+    TAVRIN_LOG(plog::info, "f()") << 1234567;
+    std::locale::global(hosts);
+    EXPECT_EQ(log.lines.at(0).text, "1234567");
+}
+
+TEST(LoggingDeathTest, isInstalledAgainWhenAHostsOwnCameAndWent) {
+    const auto comesBack = [] {
+        tavrin::setUpLogging();
+        { const LogCapture hostsOwn; }
+        const bool isGone = !plog::get();
+        tavrin::setUpLogging();
+        return isGone && plog::get();
+    };
+    EXPECT_EXIT(std::exit(comesBack() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST(ModelRegistryDeathTest, installsOneConsoleLoggerAtInfoWithTheFirstLoadEvenIfItFails) {

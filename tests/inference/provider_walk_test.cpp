@@ -21,6 +21,15 @@ std::string walk(std::vector<std::string> available, const std::string& requeste
 
 }  // namespace
 
+// Notes with each record whether options or a session were alive.
+struct LifeWatch : LogCapture {
+    std::string alive;
+    void write(const plog::Record& record) override {
+        LogCapture::write(record);
+        alive += standIn.providers.empty() ? '-' : '+';
+    }
+};
+
 TEST(ProviderWalk, goesThroughWhatTheRuntimeOffersAndTheLastSessionServes) {
     EXPECT_EQ(walk({"CPU", "ROCm", "CUDA", "QNN"}),
               "env, append QNN, session QNN, append CUDA, session CUDA, release QNN, append ROCm, session ROCm, "
@@ -54,7 +63,9 @@ TEST(ProviderWalk, keepsTheEarlierSessionWhenAnAttemptFails) {
         EXPECT_TRUE(walk({"CUDA", "ROCm"}, "", call.c_str()).ends_with(call + ", release CUDA, ")) << standIn.calls;
         EXPECT_EQ(log.texts(plog::error), std::vector{"[INFERENCE_onnx] Failed to init backend: " + call + " failed"});
     }
+    LifeWatch log;
     EXPECT_EQ(walk({"ROCm"}, "", "append ROCm"), "env, append ROCm, session, release, ");
+    EXPECT_EQ(log.alive, "---+") << "the options of a failed attempt are released after its record";
 }
 
 TEST(ProviderWalk, passesEveryCallItsOptions) {

@@ -8,7 +8,7 @@ from onnx import TensorProto, checker, helper, numpy_helper
 CONTRACT = [1, 4, 256, 2048]  # batch, planes (real and imaginary per channel), frames, bins
 
 
-def write(name, nodes, shape, kind=TensorProto.FLOAT, constants=(), inputs=("spectrum",), outputs=("separated",), flags=()):
+def write(name, nodes, shape, kind=TensorProto.FLOAT, constants=(), inputs=("spectrum",), outputs=("separated",), flags=(), metadata=()):
     tensor = helper.make_tensor_value_info
     graph = helper.make_graph(
         nodes, name,
@@ -16,6 +16,7 @@ def write(name, nodes, shape, kind=TensorProto.FLOAT, constants=(), inputs=("spe
         [tensor(text, kind, shape) for text in outputs],
         [numpy_helper.from_array(value, constant) for constant, value in constants])
     model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 13)], ir_version=8, producer_name="")
+    helper.set_model_props(model, dict(metadata))
     checker.check_model(model)
     (Path(__file__).parent / f"{name}.onnx").write_bytes(model.SerializeToString(deterministic=True))
 
@@ -52,6 +53,27 @@ write("six_stems", [
 ], CONTRACT, inputs=["unified_input"], flags=[f"{stem}_flag" for stem in STEMS],
     outputs=[f"{stem}_output" for stem in STEMS],
     constants=[(f"{stem}_gain", numpy.array([0.5 ** (i + 1)], numpy.float32)) for i, stem in enumerate(STEMS)])
+
+# Says which flags are set, as a sum of 1, 2, 4 … in every value of each output.
+write("flags", [
+    *[helper.make_node("Cast", [f"{stem}_flag"], [f"{stem}_set"], to=TensorProto.FLOAT) for stem in STEMS],
+    helper.make_node("Concat", [f"{stem}_set" for stem in STEMS], ["set"], axis=0),
+    helper.make_node("Mul", ["set", "bits"], ["values"]),
+    helper.make_node("ReduceSum", ["values"], ["sum"], keepdims=1),
+    helper.make_node("Mul", ["unified_input", "zero"], ["silence"]),
+    *[helper.make_node("Add", ["silence", "sum"], [f"{stem}_output"]) for stem in STEMS],
+], [1, 4, 3, 8], inputs=["unified_input"], flags=[f"{stem}_flag" for stem in STEMS],
+    outputs=[f"{stem}_output" for stem in STEMS],
+    constants=[("bits", numpy.array([2 ** i for i in range(6)], numpy.float32)), ("zero", numpy.zeros(1, numpy.float32))])
+
+# Two stems without flags, and all that a model can say of itself.
+write("described", [helper.make_node("Mul", ["spectrum", gain], [output])
+                    for gain, output in [("quarter", "first_output"), ("half", "second")]],
+      [1, 4, 6, 480], outputs=["first_output", "second"],
+      constants=[("quarter", numpy.array([0.25], numpy.float32)), ("half", numpy.array([0.5], numpy.float32))],
+      metadata={"tavrin.frame_length": "960", "tavrin.hop": "240", "tavrin.window": "hann",
+                "tavrin.sample_rate": "48000", "tavrin.context": "2", "tavrin.stems": "voice, band",
+                "tavrin.title": "Halves", "tavrin.licence": "MIT", "tavrin.source": "made here"})
 
 # Its output is a sequence, which has no dimensions to ask for.
 graph = helper.make_graph([helper.make_node("SequenceConstruct", ["spectrum"], ["separated"])], "no_tensor",

@@ -37,7 +37,7 @@ OrtStatus* append(OrtSessionOptions* options, const std::string& provider, const
 OrtApi scriptedTable() {
     OrtApi api = real();
     api.CreateEnv = [](OrtLoggingLevel level, const char* id, OrtEnv** env) noexcept {
-        record("env", list(level, '"' + std::string(id) + '"'));
+        if (OrtStatus* failure = record("env", list(level, '"' + std::string(id) + '"'))) return failure;
         return real().CreateEnv(level, id, env);
     };
     api.GetAvailableProviders = [](char*** names, int* count) noexcept -> OrtStatus* {
@@ -60,6 +60,10 @@ OrtApi scriptedTable() {
         const auto& [gpu, search, limit, arena, copy, own, stream, config, graph, tune, tuning, ms] = *rocm;
         return append(options, "ROCm",
                       list(gpu, search, limit, arena, copy, own, stream, config, graph, tune, tuning, ms));
+    };
+    api.SetIntraOpNumThreads = [](auto* options, int threads) noexcept {
+        standIn.arguments["threads"] = list(threads);
+        return real().SetIntraOpNumThreads(options, threads);
     };
     api.CreateSessionFromArray = [](auto* env, auto* model, size_t size, auto* options, auto** session) noexcept {
         const std::string provider = standIn.providers[options];

@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+
+#include "inference/onnx_model.h"
+#include "models/model_bytes.h"
+#include "support/log_capture.h"
+#include "tavrin/separator.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+tavrin::OnnxModel engineModel(const Bytes& bytes) { return {bytes.data(), bytes.size(), {}}; }
+
+std::string refusal(const Bytes& bytes) try {
+    return tavrin::Model({bytes.data(), bytes.size()}), "none";
+} catch (const std::runtime_error& failure) {
+    return failure.what();
+}
+
+// The same bytes with one name in place of another of the same length.
+Bytes renamed(Bytes bytes, const std::string& from, const std::string& to) {
+    for (auto at = bytes.begin(); (at = std::search(at, bytes.end(), from.begin(), from.end())) != bytes.end();)
+        at = std::copy(to.begin(), to.end(), at);
+    return bytes;
+}
+
+}  // namespace
+
+TEST(Model, saysWhatItsFileSaysAndServesTheOutputsThatAreWanted) {
+    const Bytes bytes = modelBytes("described.onnx");
+    const tavrin::Model hosts({bytes.data(), bytes.size()});
+    const tavrin::ModelInfo& info = hosts.info();
+    EXPECT_EQ(info.stems, (std::vector<std::string>{"voice", "band"}));
+    EXPECT_EQ(std::vector({info.sampleRate + 0UL, info.frameLength, info.hop, info.frames, info.bins, info.context}),
+              (std::vector<size_t>{48000, 960, 240, 6, 480, 2}));
+    EXPECT_EQ(info.window + info.title + info.licence + info.source, "hannHalvesMITmade here");
+    EXPECT_EQ(info.provider, "CPUExecutionProvider");
+
+    tavrin::OnnxModel model = engineModel(bytes);
+    const std::vector<float> in(4 * 6 * 480, 1.0f);
+    std::vector<float> first(in.size()), second(in.size());
+    float* outputs[] = {nullptr, second.data()};
+    model.run(in.data(), outputs);
+    EXPECT_EQ(second, std::vector(in.size(), 0.5f));
+    outputs[0] = first.data(), outputs[1] = nullptr;
+    model.run(in.data(), outputs);
+    EXPECT_EQ(first, std::vector(in.size(), 0.25f));
+    outputs[0] = nullptr;
+    model.run(nullptr, outputs);  // nothing is wanted, nothing is done
+}
+
+TEST(Model, tellsASixStemModelWhichStemsAreWanted) {
+    tavrin::OnnxModel model = engineModel(modelBytes("flags.onnx"));
+    EXPECT_EQ(model.facts().stems,
+              (std::vector<std::string>{"vocals", "drums", "bass", "piano", "acoustic_guitar", "electric_guitar"}));
+    const std::vector<float> in(4 * 3 * 8);
+    for (unsigned wanted = 1; wanted < 64; ++wanted) {
+        std::vector<float> stems[6];
+        float* outputs[6] = {};
+        for (unsigned stem = 0; stem < 6; ++stem)
+            if (wanted >> stem & 1) stems[stem].resize(in.size()), outputs[stem] = stems[stem].data();
+        model.run(in.data(), outputs);
+        for (const std::vector<float>& stem : stems)
+            EXPECT_EQ(stem, std::vector(stem.size(), static_cast<float>(wanted)));
+    }
+}
+
+TEST(Model, throwsWhatHostsKnow) {
+    tavrin::OnnxModel failing = engineModel(modelBytes("failing.onnx"));
+    std::vector<float> spectrum(4 * 256 * 2048);
+    float* output = spectrum.data();
+    EXPECT_THROW(failing.run(spectrum.data(), &output), std::runtime_error);
+
+    const Bytes bytes = modelBytes("small.onnx");
+    EXPECT_NE(refusal(renamed(bytes, "Identity", "NoSuchOp")).find("NoSuchOp"), std::string::npos);
+    EXPECT_NE(refusal(renamed(bytes, "separated", "spectrum\x01")).find("cannot be"), std::string::npos);
+    Bytes future = bytes;
+    future.at(1) = 99;  // the IR version
+    EXPECT_NE(refusal(future).find("IR version 99"), std::string::npos) << refusal(future);
+    EXPECT_NE(refusal(Bytes(9)).find("no ONNX model"), std::string::npos);
+
+    const std::string key = "sevenly";
+    Bytes scrambled = bytes;
+    for (size_t i = 0; i < bytes.size(); ++i) scrambled[i] ^= static_cast<std::uint8_t>(key[i % key.size()]);
+    EXPECT_EQ(tavrin::Model({scrambled.data(), bytes.size(), &key}).info().frames, 8U);
+    EXPECT_THROW(tavrin::Model({scrambled.data(), UINT64_MAX, &key}), std::bad_alloc);
+    EXPECT_THROW(tavrin::Model({nullptr, 7}), std::invalid_argument);
+    EXPECT_THROW(tavrin::Model({bytes.data(), bytes.size()}, {{}, true, 0}), std::invalid_argument);
+    EXPECT_THROW(tavrin::Model({bytes.data(), bytes.size()}, {{}, false, 1025}), std::invalid_argument);
+}
+
+// In a process of its own, which has no other environment of the runtime.
+TEST(ModelDeathTest, printsNothingWhetherItRunsOrFails) {
+    const auto output = [] {
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        for (const char* file : {"passthrough.onnx", "failing.onnx", "half.onnx"}) {
+            std::vector<float> in(4 * 256 * 2048), out(in.size());
+            float* const outputs[] = {out.data()};
+            try {
+                engineModel(modelBytes(file)).run(in.data(), outputs);
+            } catch (const std::runtime_error&) {
+            }
+        }
+        return testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
+    };
+    EXPECT_EXIT(std::exit(output().empty() && !plog::get() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
