@@ -15,7 +15,14 @@ public:
     NarrowHelp() { column_width(textColumn); }
 
     std::string make_description(const CLI::App* app) const override {
-        return wrapped(CLI::Formatter::make_description(app), 0, 0);
+        return wrapped(app->get_description(), 0, 0) + "\n";
+    }
+
+    std::string make_group(std::string group, bool arePositionals,
+                           std::vector<const CLI::Option*> options) const override {
+        std::string text = "\n" + group + ":\n";
+        for (const CLI::Option* option : options) text += make_option(option, arePositionals);
+        return text;
     }
 
     std::string make_option(const CLI::Option* option, bool isPositional) const override {
@@ -23,10 +30,10 @@ public:
                      make_option_desc(option));
     }
 
-    // The type alone: names of environment variables, defaults and the like are in the texts.
+    // The type alone: what the checks add to it, defaults and the like are in the texts.
     std::string make_option_opts(const CLI::Option* option) const override {
-        const bool takesValue = option->get_type_size() != 0 && !option->get_positional() && !option->get_type_name().empty();
-        return takesValue ? " " + option->get_type_name() : "";
+        const std::string type = option->get_type_name();
+        return option->get_type_size() == 0 || option->get_positional() ? "" : " " + type.substr(0, type.find(':'));
     }
 
     std::string make_subcommand(const CLI::App* command) const override {

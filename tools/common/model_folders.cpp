@@ -62,12 +62,12 @@ fs::path modelNamed(const std::string& name) {
     if (fs::exists(name, none)) return name;
     for (const OtherModel& other : otherModels()) {
         if (name == other.name)
-            throw Failure(ExitCode::modelUnusable,
-                          "model " + name + ": is not here; get it with: " + other.howToGet);
+            throw Failure(ExitCode::modelUnusable, "model " + name + ": is not here; get it with: " + other.howToGet);
     }
     throw Failure(ExitCode::modelUnusable,
-                  "model " + name + ": there is no such file and no model of that name; tavrin-model list shows those "
-                                    "that are here");
+                  "model " + name +
+                      ": there is no such file and no model of that name; tavrin-model list shows those "
+                      "that are here");
 }
 
 }  // namespace tavrin::tool

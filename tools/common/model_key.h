@@ -18,7 +18,8 @@ std::string readKey(const std::filesystem::path& file);
 void applyKey(const std::string& key, char* bytes, std::size_t count, std::uint64_t position);
 
 /// Writes `input`, with the key applied, to `output`; takes a few buffers of memory whatever the size.
-/// @throws Failure: ExitCode::wrongUsage when the output is the input or the key, inputUnreadable, writeFailed. An old output is then as it was.
+/// @throws Failure: ExitCode::wrongUsage when the output is the input or the key, inputUnreadable, writeFailed. An old
+/// output is then as it was.
 void scrambleFile(const std::filesystem::path& input, const std::filesystem::path& output,
                   const std::filesystem::path& keyFile);
 

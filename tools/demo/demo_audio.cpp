@@ -81,7 +81,8 @@ bool score(const std::string& mixFile, const std::vector<std::string>& rows) {
     const Track mix = load(mixFile);
     Samples sum;
     bool isWhole = true;
-    std::printf("  %-10s %12s %12s %8s   (signal-to-distortion ratio, dB)\n", "track", "in the mix", "separated", "gain");
+    std::printf("  %-10s %12s %12s %8s   (signal-to-distortion ratio, dB)\n", "track", "in the mix", "separated",
+                "gain");
     for (std::size_t i = 0; i + 2 < rows.size(); i += 3) {
         Samples track = load(rows[i + 1], mix.rate).samples;
         const Samples stem = load(rows[i + 2]).samples;

@@ -34,7 +34,7 @@ constexpr const char* footer =
     "  tavrin-model scramble vocals.onnx -o vocals.bin --key-file key.txt\n"
     "  tavrin-model unscramble vocals.bin -o vocals.onnx --key-file key.txt\n\n"
     "Exit codes: 0 done, 1 wrong usage, 2 file unreadable, 3 model unusable,\n"
-    "4 write failed, 7 out of memory or threads; 128 + N after signal N.";
+    "4 write failed, 7 out of memory or threads; 128 + N after signal N.\n";
 
 void print(const char* role, const ModelTensor& tensor) {
     std::printf("%-7s %s: %s\n", role, printable(tensor.name).c_str(), printable(describe(tensor)).c_str());
@@ -149,8 +149,9 @@ void addKeyCommand(CLI::App& app, const char* name, const char* text) {
 
 ExitCode run(int argc, const char* const* argv) {
     setSpeaker("tavrin-model");
-    CLI::App app("Says whether Tavrin can run a model and what to change if not; lists models; scrambles them with a key.",
-                 "tavrin-model");
+    CLI::App app(
+        "Says whether Tavrin can run a model and what to change if not; lists models; scrambles them with a key.",
+        "tavrin-model");
     formatHelp(app);
     app.footer(footer);
     app.set_version_flag("--version", "tavrin-model " TAVRIN_VERSION, "Print the version and exit");

@@ -53,8 +53,8 @@ public:
         for (const std::string& name : _choice.stems) {
             const auto isIt = [&](const std::string& stem) { return isWanted(stem, {name}); };
             if (std::none_of(_known.begin(), _known.end(), isIt))
-                throw Failure(ExitCode::wrongUsage, "--stems: \"" + name + "\" is no stem of " + _loaded.label +
-                                                        ", which knows " + all);
+                throw Failure(ExitCode::wrongUsage,
+                              "--stems: \"" + name + "\" is no stem of " + _loaded.label + ", which knows " + all);
         }
         std::erase_if(_loaded.stages, [](const Stage& stage) { return stage.stems.empty(); });
         Names& stems = _loaded.names.stems;

@@ -93,7 +93,8 @@ void requireDistinctTargets(const OutputOptions& output, const PartNames& names,
             if (owner->second == &song)
                 throw Failure(ExitCode::wrongUsage, file.string() + ": would be a result of " + song.label() +
                                                         " twice; put {stem} into --name");
-            const bool folderHelps = owner->second->folder != song.folder && output.name.find("{folder}") == std::string::npos;
+            const bool folderHelps =
+                owner->second->folder != song.folder && output.name.find("{folder}") == std::string::npos;
             throw Failure(ExitCode::wrongUsage,
                           file.string() + ": would be a result of " + song.label() + " and of " +
                               owner->second->label() +
@@ -104,7 +105,8 @@ void requireDistinctTargets(const OutputOptions& output, const PartNames& names,
 }
 
 void requireUsableTemplate(const std::string& name) {
-    static const std::map<std::string, int> known = {{"{song}", 0}, {"{stem}", 0}, {"{part}", 0}, {"{ext}", 0}, {"{folder}", 0}};
+    static const std::map<std::string, int> known = {
+        {"{song}", 0}, {"{stem}", 0}, {"{part}", 0}, {"{ext}", 0}, {"{folder}", 0}};
     forEachPiece(
         name, [](const std::string&) {},
         [&](const std::string& word) {

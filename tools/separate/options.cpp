@@ -35,7 +35,7 @@ constexpr const char* footer =
     "      plays the rest while the song comes in\n\n"
     "Exit codes: 0 done, 1 wrong usage, 2 song unreadable, 3 model unusable,\n"
     "4 write failed, 5 some of several songs failed, 6 separated but a song is\n"
-    "damaged, 7 out of memory or threads; 128 + N after signal N.";
+    "damaged, 7 out of memory or threads; 128 + N after signal N.\n";
 
 Failure wrongUsage(const std::string& message) { return {ExitCode::wrongUsage, message}; }
 
@@ -100,7 +100,7 @@ void requireOneStream(const Options& options) {
 
 std::string formatNames() {
     std::string names;
-    for (const AudioFormat& format : audioFormats()) names += (names.empty() ? "" : "|") + std::string(format.name);
+    for (const AudioFormat& format : audioFormats()) names += (names.empty() ? "" : ", ") + std::string(format.name);
     return names;
 }
 
@@ -142,9 +142,6 @@ Options parseOptions(int argc, const char* const* argv) {
     CLI::App app(description, "tavrin-separate");
     formatHelp(app);
     app.footer(footer);
-    app.set_help_flag("-h,--help", "Print this help and exit")->group("Messages");
-    app.set_version_flag("--version", "tavrin-separate " TAVRIN_VERSION, "Print the version and exit")
-        ->group("Messages");
     app.add_option("SONG", options.songs,
                    "Sound or video files of any kind, mono or stereo; folders of them; or - for standard input");
 
@@ -158,11 +155,12 @@ Options parseOptions(int argc, const char* const* argv) {
                    "{ext} and {folder}")
         ->type_name("TEMPLATE")
         ->group(group);
-    app.add_option("--only", only, "Write the stems alone, or the rest alone: stem|rest")
+    app.add_option("--only", only, "Write the stems alone (stem), or the rest alone (rest)")
         ->type_name("PART")
         ->check(CLI::IsMember({"stem", "rest"}))
         ->group(group);
-    app.add_option("--format", format, formatNames() + " (default: wav, which is float, or what --name ends in)")
+    app.add_option("--format", format,
+                   "One of " + formatNames() + " (default: wav, which is float, or what --name ends in)")
         ->type_name("FORMAT")
         ->group(group);
     CLI::Option* qualityOption =
@@ -227,8 +225,7 @@ Options parseOptions(int argc, const char* const* argv) {
                    "the CPU does, with a warning")
         ->type_name("NAME")
         ->group(group);
-    app.add_flag("--list-providers", options.listProviders, "Print the names of the providers and exit")
-        ->group(group);
+    app.add_flag("--list-providers", options.listProviders, "Print the names of the providers and exit")->group(group);
     app.add_option("--threads", model.threads, "Threads of a model run (default: one per core)")
         ->type_name("N")
         ->check(CLI::Range(1, 1024))
@@ -246,6 +243,8 @@ Options parseOptions(int argc, const char* const* argv) {
     app.add_flag("--json", options.json, "Print a line of JSON per song on standard output")->group(group);
     CLI::Option* quietFlag = app.add_flag("--quiet", quiet, "Say nothing but warnings and errors")->group(group);
     app.add_flag("--verbose", verbose, "Say what the libraries say, too")->excludes(quietFlag)->group(group);
+    app.set_help_flag("-h,--help", "Print this help and exit")->group(group);
+    app.set_version_flag("--version", "tavrin-separate " TAVRIN_VERSION, "Print the version and exit")->group(group);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& helpOrVersion) {

@@ -53,8 +53,9 @@ std::string Progress::line(const std::string& name) const {
     if (share > 0) line += "  " + clockTime(seconds * (1 - share) / share) + " left";
     if (_songs > 1) line += "  " + std::to_string(_finished) + " of " + std::to_string(_songs);
     const std::size_t width = columns / 3 < 8 ? 0 : std::min(columns / 3, widestBar);
-    const auto full = static_cast<std::size_t>(share * static_cast<double>(width));
-    if (width > 0) line = "[" + std::string(full, '#') + std::string(width - full, '.') + "] " + line;
+    std::string bar(width, '.');
+    std::fill_n(bar.begin(), static_cast<std::size_t>(share * static_cast<double>(width)), '#');
+    if (width > 0) line = bar + " " + line;
     if (line.size() + 4 < columns) line += "  " + cut(printable(name), columns - line.size() - 2);
     return cut(line, columns);
 }

@@ -1,5 +1,6 @@
 #include "separate/record.h"
 
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -23,7 +24,8 @@ Json fileRecord(const fs::path& file) {
     std::error_code error;
     if (!fs::is_regular_file(file, error)) return record;
     record["size"] = fs::file_size(file, error);
-    record["modified"] = fs::last_write_time(file, error).time_since_epoch().count();
+    const auto time = std::chrono::file_clock::to_sys(fs::last_write_time(file, error)).time_since_epoch();
+    record["modified"] = std::chrono::nanoseconds(time).count();  // since 1970
     return record;
 }
 
@@ -46,7 +48,9 @@ Json optionsRecord(const Options& options, const LoadedModels& models) {
                    {"format", output.format->name},
                    {"quality", output.quality ? Json(*output.quality) : Json()},
                    {"clip", policies[static_cast<int>(output.clip)]},
-                   {"spectrogram", !output.spectrogram ? "" : output.linear ? "linear" : "logarithmic"},
+                   {"spectrogram", !output.spectrogram ? ""
+                                   : output.linear     ? "linear"
+                                                       : "logarithmic"},
                    {"start", options.input.start},
                    {"duration", std::isfinite(options.input.duration) ? Json(options.input.duration) : Json()},
                    {"latency", options.model.latency},

@@ -145,13 +145,14 @@ void Results::publish(SongReport& report) {
         const std::string name = part.target.file.empty() ? "standard output" : part.target.file.string();
         if (part.clipped > 0) {
             report.warnings.push_back(name + ": " + std::to_string(part.clipped) + " samples, the loudest " +
-                                      decibels(part.peak) + " above full scale, were clipped; --clip scale-all keeps "
-                                                            "them");
+                                      decibels(part.peak) +
+                                      " above full scale, were clipped; --clip scale-all keeps "
+                                      "them");
         }
         if (part.writer->rate() != report.rate)
             report.warnings.push_back(name + ": has " + std::to_string(part.writer->rate()) + " Hz, because " +
-                                      _options.format->name + " cannot have the song's " +
-                                      std::to_string(report.rate) + " Hz");
+                                      _options.format->name + " cannot have the song's " + std::to_string(report.rate) +
+                                      " Hz");
     }
 }
 

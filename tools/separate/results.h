@@ -37,7 +37,7 @@ public:
 private:
     struct Part {
         Target target;
-        std::unique_ptr<HiddenFile> file;      // none: standard output
+        std::unique_ptr<HiddenFile> file;  // none: standard output
         std::unique_ptr<AudioWriter> writer;
         std::unique_ptr<ScratchFile> waiting;  // for the gain of all parts
         float peak = 0;

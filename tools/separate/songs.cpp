@@ -15,10 +15,10 @@ namespace {
 namespace fs = std::filesystem;
 
 bool isSong(const fs::path& file) {
-    static const std::set<std::string> extensions = {
-        ".wav",  ".flac", ".ogg", ".oga", ".opus", ".mp3", ".m4a", ".m4b", ".mp4", ".aac",  ".wma", ".mka",
-        ".aif",  ".aiff", ".w64", ".wv",  ".ape",  ".caf", ".au",  ".mov", ".mkv", ".webm", ".avi", ".tta",
-        ".rf64", ".ac3",  ".mp2", ".mpc", ".aifc"};
+    static const std::set<std::string> extensions = {".wav",  ".flac", ".ogg", ".oga", ".opus", ".mp3",  ".m4a", ".m4b",
+                                                     ".mp4",  ".aac",  ".wma", ".mka", ".aif",  ".aiff", ".w64", ".wv",
+                                                     ".ape",  ".caf",  ".au",  ".mov", ".mkv",  ".webm", ".avi", ".tta",
+                                                     ".rf64", ".ac3",  ".mp2", ".mpc", ".aifc"};
     std::string extension = file.extension().string();
     for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return extensions.contains(extension);
@@ -66,7 +66,8 @@ std::vector<fs::path> songsIn(const fs::path& folder, const fs::path& results, s
     FolderSearch search(results, warnings);
     search.search(folder.has_filename() ? folder : folder.parent_path());  // "album/"
     if (!search.songs.empty()) return search.songs;
-    const std::string reason = warnings.empty() ? "has no sound file" : warnings.back().substr(folder.string().size() + 2);
+    const std::string reason =
+        warnings.empty() ? "has no sound file" : warnings.back().substr(folder.string().size() + 2);
     throw Failure(ExitCode::inputUnreadable, folder.string() + ": " + reason + "; give a folder of songs");
 }
 

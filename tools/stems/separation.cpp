@@ -91,7 +91,8 @@ public:
                 ++counts[_lanes.back().back().stem];
             }
         }
-        std::transform(counts.begin(), counts.end(), _shares.begin(), [](int count) { return 1 / static_cast<float>(count); });
+        std::transform(counts.begin(), counts.end(), _shares.begin(),
+                       [](int count) { return 1 / static_cast<float>(count); });
     }
 
     std::size_t stems() const { return _shares.size(); }
@@ -137,7 +138,7 @@ private:
     std::vector<ModelStream> _streams;
     std::vector<std::vector<Lane>> _lanes;  // of every stream's stems
     std::vector<float> _shares;             // by stem: 1 / number of models that have it
-    std::vector<float> _song;  // from the first sample whose stems are not known yet
+    std::vector<float> _song;               // from the first sample whose stems are not known yet
 };
 
 Separation::Separation(const std::vector<Stage>& stages, int songRate) {
