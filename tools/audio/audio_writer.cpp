@@ -168,7 +168,8 @@ void AudioWriter::Implementation::openEncoder() {
 
 void AudioWriter::Implementation::openFile() {
     AVFormatContext* format = nullptr;
-    check(avformat_alloc_output_context2(&format, nullptr, _kind.muxer, nullptr), "container");
+    const std::string ending = std::string(".") + _kind.extension;  // which the M4A muxer misses otherwise
+    check(avformat_alloc_output_context2(&format, nullptr, _kind.muxer, ending.c_str()), "container");
     _format.reset(format);
     format->pb = _bytes.context();
     format->flags |= AVFMT_FLAG_CUSTOM_IO | AVFMT_FLAG_BITEXACT;
