@@ -4,6 +4,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace tavrin::tool {
 
@@ -17,13 +18,14 @@ struct AudioFormat {
 
     struct Quality {
         double least, most, normal;
-        const char* unit;  ///< "kbit/s", ...; null: the format has no such choice
+        const char* unit;  ///< "kbit/s", "10 is best", ...; null: the format has no such choice
     } quality;
 
     std::span<const int> rates;  ///< ascending; empty: any
 
     /// Whether samples beyond full scale survive in it.
     bool hasHeadroom() const { return bits == 0; }
+    bool isOgg() const { return muxer == std::string_view("ogg") || muxer == std::string_view("opus"); }
     /// The rate that a song of `rate` gets: its own, or the next higher one, or the highest.
     int rateFor(int rate) const;
 };

@@ -75,6 +75,8 @@ bool endsWithLastPage(const std::string& tail) {
     return page != std::string::npos && page + kind < tail.size() && (tail[page + kind] & last) != 0;
 }
 
+float finite(float sample) { return std::isfinite(sample) ? sample : 0; }
+
 }  // namespace
 
 bool isRawFormat(const std::string& format) {
@@ -115,6 +117,7 @@ private:
     void append(const float* samples, std::int64_t count, int width);
     void end();
     bool failed(int result);
+    bool hasClaim() const;
     void note(double from, const std::string& reason);
     double seconds(std::int64_t samples) const { return static_cast<double>(samples) / rate; }
     std::int64_t samples(std::int64_t ticks) const { return av_rescale_q(ticks, _stream->time_base, {1, rate}); }
@@ -271,6 +274,8 @@ std::optional<std::int64_t> AudioReader::Implementation::length() const {
         total = samples(_stream->duration);
         if (_stream->start_time != AV_NOPTS_VALUE) total -= std::max<std::int64_t>(0, samples(_stream->start_time));
         if (std::strcmp(_format->iformat->name, "ogg") == 0) total -= _stream->codecpar->initial_padding;
+    } else if (const auto chunk = findDataChunk(_bytes.head()); chunk && _stream->codecpar->bit_rate > 0) {
+        total = av_rescale(chunk->size, std::int64_t{8} * rate, _stream->codecpar->bit_rate);
     } else if (_format->duration > 0) {
         total = av_rescale(_format->duration, rate, AV_TIME_BASE);
     } else {
@@ -303,9 +308,13 @@ void AudioReader::Implementation::feed() {
     av_packet_unref(_packet.get());
     const int result = av_read_frame(_format.get(), _packet.get());
     _bytes.check();
-    failed(result);
+    // Some kinds of files have more behind the song, which is none of ours.
+    const bool isComplete = hasClaim() && _ticks >= _stream->duration;
+    if (result < 0 && isComplete) _errorsSeen = log.errors();
+    failed(isComplete ? 0 : result);
     if (result < 0) {
-        if (result == AVERROR_EOF || ++_failedReads > mostFailedReads) avcodec_send_packet(_decoder.get(), nullptr);
+        if (result == AVERROR_EOF || isComplete || ++_failedReads > mostFailedReads)
+            avcodec_send_packet(_decoder.get(), nullptr);
         return;
     }
     _failedReads = 0;
@@ -404,17 +413,20 @@ void AudioReader::Implementation::convert(std::uint8_t** data, int count) {
     if (made > 0) append(floats.data(), made, width);
 }
 
+// Whether the container says in packets how long the song is. Ogg has its last page instead.
+bool AudioReader::Implementation::hasClaim() const {
+    return _stream->duration > 0 && _format->duration_estimation_method == AVFMT_DURATION_FROM_STREAM &&
+           std::strcmp(_format->iformat->name, "ogg") != 0;
+}
+
 // Takes what is wanted of decoded samples; of one channel, both sides get it.
 void AudioReader::Implementation::append(const float* samples, std::int64_t count, int width) {
     const std::int64_t first = std::clamp<std::int64_t>(_from - _position, 0, count);
     const std::int64_t last = std::clamp<std::int64_t>(std::min(_until, _limit) - _position, first, count);
-    for (std::int64_t i = first; i < last; ++i) {
-        for (int channel = 0; channel < 2; ++channel) {
-            const float sample = samples[i * width + (width == 2 ? channel : 0)];
-            const bool isFinite = std::isfinite(sample);
-            if (!isFinite && channel < width) ++notFinite;
-            _ready.push_back(isFinite ? sample : 0);
-        }
+    for (const float* sample = samples + first * width; sample < samples + last * width; sample += width) {
+        _ready.insert(_ready.end(), {finite(sample[0]), finite(sample[width - 1])});
+        if (!std::isfinite(sample[0])) ++notFinite;
+        if (width == 2 && !std::isfinite(sample[1])) ++notFinite;
     }
     _position = std::min(_position + count, std::max(_position, _limit));
     if (_position >= _until) _isOver = true;
@@ -438,8 +450,7 @@ void AudioReader::Implementation::end() {
             wrongLength = {static_cast<double>(chunk->size) / bytesPerSecond,
                            static_cast<double>(actual) / bytesPerSecond};
         }
-    } else if (kind != "ogg" && _format->duration_estimation_method == AVFMT_DURATION_FROM_STREAM &&
-               _stream->duration > 0) {
+    } else if (hasClaim()) {
         const std::int64_t more = _ticks - _stream->duration;
         const std::int64_t sample = av_rescale_q(1, {1, rate}, _stream->time_base);
         if (more < -std::max<std::int64_t>(1, sample) || more > _lastTicks) {

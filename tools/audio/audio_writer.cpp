@@ -109,6 +109,7 @@ private:
     Dither _dither;
     std::vector<float> _waiting;  // stereo, for a whole frame
     std::int64_t _encoded = 0;    // samples per channel
+    std::int64_t _packets = 0;
 };
 
 AudioWriter::Implementation::Implementation(const AudioOutput& output)
@@ -154,7 +155,8 @@ void AudioWriter::Implementation::openEncoder() {
     const AudioFormat::Quality& range = _kind.quality;
     const double quality = std::clamp(_output.quality.value_or(range.normal), range.least, range.most);
     const std::string encoder = _kind.encoder;
-    if (encoder == "libvorbis") {
+    if (encoder == "libvorbis" || encoder == "libmp3lame") {
+        // With a fixed bit rate, LAME turns songs down by up to 5 %.
         _encoder->flags |= AV_CODEC_FLAG_QSCALE;
         _encoder->global_quality = static_cast<int>(std::lround(quality * FF_QP2LAMBDA));
     } else if (encoder == "flac") {
@@ -168,7 +170,8 @@ void AudioWriter::Implementation::openEncoder() {
 
 void AudioWriter::Implementation::openFile() {
     AVFormatContext* format = nullptr;
-    check(avformat_alloc_output_context2(&format, nullptr, _kind.muxer, nullptr), "container");
+    const std::string ending = std::string(".") + _kind.extension;  // which the M4A muxer misses otherwise
+    check(avformat_alloc_output_context2(&format, nullptr, _kind.muxer, ending.c_str()), "container");
     _format.reset(format);
     format->pb = _bytes.context();
     format->flags |= AVFMT_FLAG_CUSTOM_IO | AVFMT_FLAG_BITEXACT;
@@ -197,7 +200,7 @@ void AudioWriter::Implementation::addPicture() {
         (picture.codec == "png" || picture.codec == "mjpeg") && picture.width > 0 && picture.height > 0;
     const std::string muxer = _kind.muxer;
     if (!isKnown) return;
-    if (muxer == "ogg" || muxer == "opus") {
+    if (_kind.isOgg()) {
         av_dict_set(&_format->metadata, "METADATA_BLOCK_PICTURE", pictureTag(picture).c_str(), 0);
     } else if (muxer == "mp3" || muxer == "ipod" || muxer == "flac") {
         _pictureStream = allocated(avformat_new_stream(_format.get(), nullptr));
@@ -294,6 +297,9 @@ void AudioWriter::Implementation::send(const AVFrame* frame) {
         check(result, "encoder");
         av_packet_rescale_ts(_packet.get(), _encoder->time_base, _stream->time_base);
         _packet->stream_index = _stream->index;
+        // Ends the first page of an Ogg file: a short song would be on a single one, which cannot note both what is to
+        // be left out at its beginning and what at its end.
+        if (_packets++ == 2 && _kind.isOgg()) check(av_write_frame(_format.get(), nullptr), "container");
         check(av_write_frame(_format.get(), _packet.get()), "container");
         av_packet_unref(_packet.get());
     }

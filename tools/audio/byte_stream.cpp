@@ -140,8 +140,9 @@ int ByteStream::write(const std::uint8_t* bytes, int size) {
 }
 
 std::int64_t ByteStream::seek(std::int64_t offset, int whence) {
+    // An error as the size of a pipe would count as one: MP3 files then lose their length.
+    if (whence == AVSEEK_SIZE) return std::max<std::int64_t>(0, size());
     if (!_isSeekable) return AVERROR(ESPIPE);
-    if (whence == AVSEEK_SIZE) return size();
     _tail.clear();
     const off_t position = lseek(_descriptor, whence == SEEK_SET ? offset + _origin : offset, whence & ~AVSEEK_FORCE);
     return position < 0 ? fail(errno) : position - _origin;

@@ -8,6 +8,12 @@
 
 namespace tavrin::tool {
 
+namespace {
+
+constexpr std::int64_t largestPiece = 8192;  // samples per channel
+
+}  // namespace
+
 void Resampler::Free::operator()(SwrContext* context) const { swr_free(&context); }
 
 Resampler::Resampler(int from, int to) : _from(from), _to(to) {
@@ -32,39 +38,34 @@ Resampler& Resampler::operator=(Resampler&&) noexcept = default;
 std::vector<float> Resampler::process(const std::vector<float>& samples) {
     const auto count = static_cast<std::int64_t>(samples.size() / 2);
     _in += count;
-    if (_context && count > 0) return convert(samples.data(), count);
-    _out += count;
-    return samples;
+    std::vector<float> result;
+    if (!_context) result = samples;
+    // What does not fit into one call would wait in libswresample, which loses it when it ends.
+    for (std::int64_t i = 0; _context && i < count; i += largestPiece) {
+        convert(&samples[static_cast<std::size_t>(2 * i)], std::min(count - i, largestPiece), result);
+    }
+    _out += static_cast<std::int64_t>(result.size() / 2);
+    return result;
 }
 
 std::vector<float> Resampler::finish(std::int64_t length) {
     std::vector<float> last;
-    if (_context && _in > 0) last = convert(nullptr, 0);
+    if (_context && _in > 0) convert(nullptr, 0, last);
     if (length < 0) length = av_rescale(_in, _to, _from);
-    const std::int64_t missing = length - _out;
-    last.resize(
-        static_cast<std::size_t>(std::max<std::int64_t>(0, static_cast<std::int64_t>(last.size()) + 2 * missing)));
+    last.resize(static_cast<std::size_t>(2 * std::max<std::int64_t>(0, length - _out)));
     return last;
 }
 
 // Without samples: what is still withheld.
-std::vector<float> Resampler::convert(const float* samples, std::int64_t count) {
+void Resampler::convert(const float* samples, std::int64_t count, std::vector<float>& result) {
+    const std::size_t have = result.size();
+    const int most = swr_get_out_samples(_context.get(), static_cast<int>(count)) + 16;
+    result.resize(have + 2 * static_cast<std::size_t>(most));
+    auto* out = reinterpret_cast<std::uint8_t*>(&result[have]);
     const auto* in = reinterpret_cast<const std::uint8_t*>(samples);
-    std::vector<float> result;
-    for (;;) {
-        constexpr int piece = 16384;
-        const std::size_t have = result.size();
-        result.resize(have + 2 * piece);
-        auto* out = reinterpret_cast<std::uint8_t*>(result.data() + have);
-        const int made = swr_convert(_context.get(), &out, piece, samples ? &in : nullptr, static_cast<int>(count));
-        if (made < 0) throw std::runtime_error("the rate of the samples cannot be converted: " + errorText(made));
-        result.resize(have + 2 * static_cast<std::size_t>(made));
-        if (made < piece) break;
-        // The samples are taken; only what is ready is asked for.
-        if (samples) count = 0;
-    }
-    _out += static_cast<std::int64_t>(result.size() / 2);
-    return result;
+    const int made = swr_convert(_context.get(), &out, most, samples ? &in : nullptr, static_cast<int>(count));
+    if (made < 0) throw std::runtime_error("the rate of the samples cannot be converted: " + errorText(made));
+    result.resize(have + 2 * static_cast<std::size_t>(made));
 }
 
 }  // namespace tavrin::tool

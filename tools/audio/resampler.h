@@ -35,7 +35,7 @@ public:
     std::vector<float> finish(std::int64_t length = -1);
 
 private:
-    std::vector<float> convert(const float* samples, std::int64_t count);
+    void convert(const float* samples, std::int64_t count, std::vector<float>& result);
 
     struct Free {
         void operator()(SwrContext* context) const;
