@@ -21,6 +21,7 @@
 #include "common/model_folders.h"
 #include "common/model_key.h"
 #include "inference/model_contract.h"
+#include "inference/session_signature.h"
 #include "model/model_session.h"
 
 namespace tavrin::tool {
@@ -47,15 +48,15 @@ std::string readModel(const std::filesystem::path& file, const std::string& keyF
 }
 
 // What the file says, and, if it may be given to the runtime, its inputs and outputs.
-ModelDescription read(const std::string& bytes, std::optional<ModelSession>& session) {
+ModelDescription read(const std::string& bytes, std::optional<Ort::Session>& session) {
     ModelDescription model{readOnnxFile(bytes.data(), bytes.size())};
     if (!model.file.whole || !model.file.outside.empty()) return model;
     try {
-        session.emplace(bytes);
+        session.emplace(openSession(bytes));
     } catch (const std::exception& reason) {
         throw std::runtime_error(reason.what() + loadAdvice(model.file));
     }
-    model.signature = session->signature();
+    model.signature = readSignature(*session);
     for (const ModelTensor& input : model.signature->inputs) print("input", input);
     for (const ModelTensor& output : model.signature->outputs) print("output", output);
     return model;
@@ -73,8 +74,9 @@ void inspect(const std::string& name, const std::string& keyFile) {
     const std::string bytes = readModel(file, keyFile);
     try {
         std::printf("%s: %zu bytes\n", printable(file.string()).c_str(), bytes.size());
-        std::optional<ModelSession> session;
-        const auto [problems, facts] = judge(read(bytes, session));
+        std::optional<Ort::Session> session;
+        const ModelDescription model = read(bytes, session);
+        const auto [problems, facts] = judge(model);
         std::printf("meets the contract: %s\n", problems.empty() ? "yes" : "no");
         for (const std::string& problem : problems) std::printf("  %s\n", printable(problem).c_str());
         if (!problems.empty())
@@ -82,7 +84,7 @@ void inspect(const std::string& name, const std::string& keyFile) {
                           file.string() + ": does not meet the contract; the list above says what to change");
         print(facts);
         std::fflush(stdout);  // in case that a run takes long
-        const double seconds = session->timeOneBlock().count();
+        const double seconds = timeOneBlock(*session, *model.signature).count();
         const double served = static_cast<double>((facts.frames - 2 * facts.context) * facts.hop) / facts.sampleRate;
         std::printf("one block, %.1f s of music, takes %.1f ms on the CPU (%.0f times real time)\n", served,
                     1000 * seconds, served / seconds);

@@ -118,6 +118,7 @@ float Results::applyGain() {
     float peak = 1;
     for (const Part& part : _parts) peak = std::max(peak, part.peak);
     for (Part& part : _parts) {
+        part.waiting->rewind();
         for (std::vector<float> samples = part.waiting->read(block); !samples.empty();
              samples = part.waiting->read(block)) {
             for (float& sample : samples) sample /= peak;

@@ -2,8 +2,9 @@
 /// Samples put aside on disk.
 #pragma once
 
-#include <cstdint>
+#include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <vector>
 
 namespace tavrin::tool {
@@ -14,19 +15,18 @@ public:
     /// @param neighbour the file lies in the folder of this one. @throws Failure with ExitCode::writeFailed, as the
     /// other members do; the message names the neighbour.
     explicit ScratchFile(std::filesystem::path neighbour);
-    ~ScratchFile();
-    ScratchFile(const ScratchFile&) = delete;
-    ScratchFile& operator=(const ScratchFile&) = delete;
 
     void append(const std::vector<float>& samples);
+
+    /// From now on samples are read.
+    void rewind();
 
     /// @return the next samples, at most `count`; none at the end.
     std::vector<float> read(std::size_t count);
 
 private:
     std::filesystem::path _neighbour;
-    int _descriptor;
-    std::int64_t _readTo = 0;  // bytes
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> _file{nullptr, std::fclose};
 };
 
 }  // namespace tavrin::tool

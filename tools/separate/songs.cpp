@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <optional>
 #include <set>
 #include <system_error>
 
@@ -75,15 +76,17 @@ fs::path parentOf(const fs::path& file) { return fs::absolute(file).lexically_no
 
 // The deepest folder that holds all songs.
 fs::path commonFolder(const std::vector<Song>& songs) {
-    fs::path common = parentOf(songs.front().file);
+    std::optional<fs::path> common;
     for (const Song& song : songs) {
+        if (song.isPipe) continue;
         const fs::path parent = parentOf(song.file);
+        if (!common) common = parent;
         fs::path shared;
-        for (auto a = common.begin(), b = parent.begin(); a != common.end() && b != parent.end() && *a == *b; ++a, ++b)
+        for (auto a = common->begin(), b = parent.begin(); a != common->end() && b != parent.end() && *a == *b; ++a, ++b)
             shared /= *a;
         common = shared;
     }
-    return common;
+    return common.value_or("");
 }
 
 }  // namespace
