@@ -5,6 +5,7 @@
 #include <chrono>
 #include <exception>
 #include <new>
+#include <set>
 #include <system_error>
 
 #include "audio/audio_error.h"
@@ -70,6 +71,19 @@ void warnAbout(const AudioReader& reader, SongReport& report) {
     report.isDamaged = reader.isDamaged();
 }
 
+// An earlier run with other options may have left a part that looks as if it belonged to the new ones.
+void warnAboutLeftovers(const nlohmann::ordered_json& earlier, const Targets& targets, SongReport& report) {
+    if (!earlier.is_object()) return;
+    std::set<std::filesystem::path> own;
+    for (const std::filesystem::path& file : targets.files()) own.insert(identityOf(file));
+    for (const auto& output : earlier.value("outputs", nlohmann::ordered_json::array())) {
+        const std::string file = output.value("file", "");
+        std::error_code none;
+        if (!own.contains(identityOf(file)) && std::filesystem::exists(file, none))
+            report.warnings.push_back(file + ": is of an earlier run and does not belong to what is new beside it");
+    }
+}
+
 void writeRecord(const SongReport& report, const std::filesystem::path& target) {
     HiddenFile file(target);
     const std::string text = asText(recordOf(report)) + "\n";
@@ -98,6 +112,7 @@ void separate(const Options& options, const LoadedModels& models, const Targets&
     report.seconds = static_cast<double>(separation.samplesDone()) / reader.rate();
     report.elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     warnAbout(reader, report);
+    if (!targets.record.empty()) warnAboutLeftovers(readRecord(targets.record), targets, report);
     results.publish(report);
     report.status = SongReport::Status::done;
     if (!targets.record.empty()) writeRecord(report, targets.record);
