@@ -2,6 +2,8 @@
 #
 #   make demo [SONG=path]   separate a song, the demo's own or yours
 #   make test               build everything and run the tests
+#   make wheel              the Python package with everything inside, build/wheel
+#   make test-wheel         and its tests, from a fresh environment
 #   make test-arm64         cross build for arm64 and its unit tests, run by an emulator
 #   make install            install below PREFIX
 #   make bench              one table of the library's speed and memory against its transforms: two minutes
@@ -20,7 +22,8 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
 override SONG := $(value SONG)
 export SONG
 
-.PHONY: all setup setup-tests build demo test test-arm64 bench stress fuzz install docs format check-format lint clean
+.PHONY: all setup setup-tests build demo test wheel test-wheel test-arm64 bench stress fuzz install docs format \
+	check-format lint clean
 .NOTPARALLEL:
 
 all: build
@@ -39,7 +42,7 @@ $(BUILD)/CMakeCache.txt: | setup
 # The demo builds without the tests, and without what only they need.
 $(BUILD)/tests.configured: | setup-tests
 	@mkdir -p $(BUILD)
-	cmake --preset $(PRESET) -DTAVRIN_BUILD_TESTS=ON
+	cmake --preset $(PRESET) -DTAVRIN_BUILD_TESTS=ON -UTAVRIN_BUILD_PYTHON
 	@touch $@
 
 build: setup-tests $(BUILD)/tests.configured
@@ -62,6 +65,12 @@ bench: setup
 test-arm64: setup
 	@scripts/setup.sh arm64
 	@$(MAKE) --no-print-directory test PRESET=arm64
+
+wheel: setup
+	@scripts/wheel.sh
+
+test-wheel: build
+	@TAVRIN_HOST="$(CURDIR)/$(BUILD)/examples/minimal_host" scripts/wheel.sh test
 
 stress: setup
 	@scripts/stress.sh

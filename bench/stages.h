@@ -4,89 +4,65 @@
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
-#include <memory>
 #include <vector>
 
-#include "api/sample_layout.h"
 #include "bare_transforms.h"
 #include "dsp/window.h"
 #include "models.h"
-#include "pipeline/block_forming.h"
-#include "pipeline/buffer_aggregator.h"
-#include "pipeline/model_output.h"
-#include "pipeline/post_processor.h"
-#include "pipeline/pre_processor.h"
-#include "pipeline/stream_cutter.h"
+#include "pipeline/model_window.h"
+#include "pipeline/overlap_add.h"
+#include "pipeline/sample_ring.h"
 #include "signals.h"
 
-/// What a StreamSeparator's call is made of; interleaved.
+/// What a Separator's block is made of; interleaved, one stem.
 class Stages {
 public:
-    Stages() {
-        // What nobody has written to would be read off one page of zeros.
-        std::fill_n(_output.prepare(), 4 * _output.planeStride(), 1e-3f);
-        std::fill_n(_spectra.prepare(), 4 * _spectra.planeStride(), 1e-3f);
-        _queue.append(rowsOf(kBlockSamples).first(kFrameLength));
-        hostIn(), queue(), analysis(), synthesis();  // warm, and the first analysis behind it
+    Stages() { ring(), analysis(), synthesis(), hostOut(); }
+
+    /// From the host's memory into the ring.
+    void ring() {
+        for (size_t f = 0; f < kBlockFrames; ++f) {
+            const float* samples = &_block[2 * f * kHop];
+            _ring.append(samples, samples + 1, 2, kHop);
+        }
     }
 
-    /// Cutting the host's vector into engine calls.
-    void hostIn() {
-        const auto feed = [](const AudioView& samples, bool, bool) { benchmark::DoNotOptimize(samples.data); };
-        _cutter.add(rowsOf(kBlockSamples), feed);
-    }
-
-    /// Through the queue, with one frame kept.
-    void queue() {
-        _queue.append(rowsOf(kBlockSamples));
-        benchmark::DoNotOptimize(_queue.take(kFrameLength + kBlockSamples, kFrameLength));
-    }
-
-    /// Windows, forward transforms, planes; and what handover() measures.
-    void analysis() { benchmark::DoNotOptimize(_pre.analyse({_rows.data(), 2, kSignal, kSignal}, false)); }
-
-    /// The model's output buffer before and after its run.
-    void handover() {
-        benchmark::DoNotOptimize(_output.prepare());
-        for (size_t f = 0; f < kBlockFrames; ++f) benchmark::DoNotOptimize(_output.frame(2 + f));
+    /// Windows, forward transforms, planes.
+    void analysis() {
+        for (size_t f = 0; f < kBlockFrames; ++f)
+            for (size_t c = 0; c < 2; ++c)
+                _window.analyse(c, 3 + f, _ring.span(c, _ring.end() - kFrameLength, kFrameLength));
+        _window.advance(kBlockFrames);
+        benchmark::DoNotOptimize(_window.data());
     }
 
     /// Planes, inverse transforms, overlap-add.
     void synthesis() {
-        for (size_t f = 0; f < kBlockFrames; ++f)
-            _post.synthesise(_spectra.frame(2 + f), _spectra.planeStride(), _hop.data(), kHop);
+        constexpr size_t kPlane = kFrames * kFrameLength / 2;
+        for (size_t f = 0; f < kBlockFrames; ++f) {
+            _synthesis.advance();
+            for (size_t c = 0; c < 2; ++c) {
+                const float* real = &_spectra[2 * c * kPlane + f * kFrameLength / 2];
+                _synthesis.addPlanes(c, real, real + kPlane, &_hop[c * kHop]);
+            }
+        }
     }
 
-    /// From finished hops into a new vector.
+    /// Finished hops to the host's memory.
     void hostOut() {
-        std::vector<float> output(2 * kBlockSamples);
-        BlockOutput block(stereoTarget(output, true), 0);
-        for (size_t f = 0; f < kBlockFrames; ++f) block.write(_hop.data(), _hop.data() + kHop, kHop);
-        benchmark::DoNotOptimize(output.data());
+        for (size_t f = 0; f < kBlockFrames; ++f) {
+            benchmark::DoNotOptimize(tavrin::areFinite(_hop.data(), 2 * kHop));
+            tavrin::interleave(_hop.data(), &_hop[kHop], kHop, &_block[2 * f * kHop]);
+        }
     }
 
 private:
-    static constexpr size_t kSignal = kFrameLength + (kBlockFrames - 1) * kHop;
-
-    AudioView rowsOf(size_t samples) const { return stereoView(_block, true).first(samples); }
-
     static std::vector<float> window() { return getWindow(WindowType::Blackman, int(kFrameLength)); }
 
-    static xt::xtensor<float, 1> windowTensor() {
-        const std::vector<float> coefficients = window();
-        auto tensor = xt::xtensor<float, 1>::from_shape({kFrameLength});
-        std::copy(coefficients.begin(), coefficients.end(), tensor.begin());
-        return tensor;
-    }
-
     std::vector<float> _block = noise(2 * kBlockSamples);
-    std::vector<float> _rows = noise(2 * kSignal);
-    std::vector<float> _hop = std::vector<float>(2 * kHop);
-    StreamCutter _cutter{kFrameLength, kHop, kFrames};
-    BufferAggregator _queue{2, 2 * (kFirstBlockSamples - kFrameLength), 1};
-    PreProcessor _pre{2, kFrameLength, kHop, windowTensor(), std::make_shared<IdleModel>(), kFrames, true, 1};
-    PostProcessor _post{2, kFrameLength, kHop, windowTensor()};
-    ModelOutput _output{4, kFrames, kFrameLength / 2};
-    ModelOutput _spectra{4, kFrames, kFrameLength / 2};
+    std::vector<float> _hop = noise(2 * kHop);
+    std::vector<float> _spectra = std::vector<float>(kSpectrumSize, 1e-3f);
+    tavrin::SampleRing _ring{2 * kFrameLength + 8 * kHop};
+    tavrin::ModelWindow _window{2, kFrames, kFrameLength / 2, window(), 0};
+    tavrin::OverlapAdd _synthesis{2, kHop, window(), kFrameLength / 2};
 };

@@ -27,7 +27,8 @@ readonly bench_packages=(libbenchmark-dev)
 readonly arm64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
 readonly system_packages=(pkg-config libavformat-dev libavcodec-dev libswresample-dev libavutil-dev libcli11-dev
     nlohmann-json3-dev libpango1.0-dev)
-readonly test_packages=(libgtest-dev parallel python3-onnx clang valgrind ffmpeg)
+readonly test_packages=(libgtest-dev parallel python3-onnx clang valgrind ffmpeg
+    pybind11-dev python3-dev python3-numpy python3-pytest)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }

@@ -73,7 +73,9 @@ public:
 
 private:
     friend class Separator;
+    friend struct ModelAccess;
     class Impl;
+    explicit Model(std::shared_ptr<Impl> impl);
     std::shared_ptr<Impl> _impl;
 };
 
@@ -130,10 +132,10 @@ public:
     /// Frames from one model call to the next.
     std::size_t step() const noexcept;
 
-    /// How many samples process() will return for `samples` more.
+    /// How many samples process() will return for `samples` more; 0 when the stream has ended or failed.
     std::size_t outputFor(std::size_t samples) const noexcept;
 
-    /// Samples taken and not yet returned: what finish() will return.
+    /// Samples taken and not yet returned: what finish() will return; 0 when the stream has ended or failed.
     std::size_t pending() const noexcept;
 
     /// Takes any number of samples, also none, and writes those that have become final.

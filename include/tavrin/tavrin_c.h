@@ -176,10 +176,10 @@ TAVRIN_EXPORT size_t tavrin_separator_latency(const tavrin_separator* separator)
 /// Frames from one model call to the next. A short latency costs model calls: one per step · hop samples.
 TAVRIN_EXPORT size_t tavrin_separator_step(const tavrin_separator* separator);
 
-/// How many samples tavrin_separator_process() will return for `samples` more.
+/// How many samples tavrin_separator_process() will return for `samples` more; 0 when the stream is closed.
 TAVRIN_EXPORT size_t tavrin_separator_output_for(const tavrin_separator* separator, size_t samples);
 
-/// Samples taken and not yet returned: what tavrin_separator_finish() will return.
+/// Samples taken and not yet returned: what tavrin_separator_finish() will return; 0 when the stream is closed.
 TAVRIN_EXPORT size_t tavrin_separator_pending(const tavrin_separator* separator);
 
 /// Takes any number of samples, also none, and writes those that have become final, possibly none.

@@ -77,7 +77,6 @@ class TavrinProcImpl;
 class TAVRIN_EXPORT TavrinProc {
 public:
     /// @throws std::runtime_error when no model is registered under the tag, or when `channels` is not 2.
-    // NOLINTNEXTLINE(google-explicit-constructor): a configuration may stand for its stream
     TavrinProc(TavrinProcConfig config);
     ~TavrinProc();
     TavrinProc(const TavrinProc&) = delete;

@@ -1,9 +1,11 @@
 #include "api/model.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "api/host_exceptions.h"
 #include "api/plain_bytes.h"
+#include "inference/onnx_model.h"
 
 namespace tavrin {
 
@@ -29,8 +31,9 @@ ModelInfo infoOf(const OnnxModel& model) {
 }
 
 // The bytes are needed while the model is made; a full expression keeps them as long.
-OnnxModel load(const PlainBytes& bytes, const ModelOptions& options) {
-    return OnnxModel(bytes.data(), bytes.size(), {options.providers, options.strict, options.threads});
+std::unique_ptr<OnnxModel> load(const PlainBytes& bytes, const ModelOptions& options) {
+    return std::make_unique<OnnxModel>(bytes.data(), bytes.size(),
+                                       ProviderWish{options.providers, options.strict, options.threads});
 }
 
 const ModelData& required(const ModelData& model) {
@@ -40,11 +43,22 @@ const ModelData& required(const ModelData& model) {
 
 }  // namespace
 
-Model::Impl::Impl(const ModelData& model, const ModelOptions& options)
-    : _model(load(PlainBytes(required(model)), options)), _info(infoOf(_model)) {}
+Model::Impl::Impl(const ModelData& model, const ModelOptions& options) {
+    std::unique_ptr<OnnxModel> loaded = load(PlainBytes(required(model)), options);
+    _info = infoOf(*loaded);
+    _model = std::move(loaded);
+}
+
+Model::Impl::Impl(std::unique_ptr<ISpectralModel> model, ModelInfo info)
+    : _model(std::move(model)), _info(std::move(info)) {}
+
+Model ModelAccess::handleOf(std::unique_ptr<ISpectralModel> model, ModelInfo info) {
+    return Model(std::make_shared<Model::Impl>(std::move(model), std::move(info)));
+}
 
 Model::Model(const ModelData& model, const ModelOptions& options)
     : _impl(withHostExceptions([&] { return std::make_shared<Impl>(model, options); })) {}
+Model::Model(std::shared_ptr<Impl> impl) : _impl(std::move(impl)) {}
 Model::~Model() = default;
 Model::Model(const Model&) = default;
 Model& Model::operator=(const Model&) = default;

@@ -112,8 +112,8 @@ public:
     const std::vector<std::string>& outputs() const { return _outputs; }
     size_t latency() const { return _latency; }
     size_t step() const { return _step; }
-    size_t outputFor(size_t samples) const { return _engine.outputFor(samples); }
-    size_t pending() const { return _engine.pending(); }
+    size_t outputFor(size_t samples) const { return _state == State::open ? _engine.outputFor(samples) : 0; }
+    size_t pending() const { return _state == State::open ? _engine.pending() : 0; }
 
     size_t process(const float* const* input, size_t samples, float* const* outputs, size_t capacity) {
         requireOpen();

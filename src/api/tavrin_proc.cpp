@@ -26,7 +26,6 @@ constexpr size_t kFrames = 256;
 /// Converts between a host's flat sample vectors and the pipeline's rows.
 class TavrinProcImpl {
 public:
-    // NOLINTNEXTLINE(google-explicit-constructor): hosts rely on neither class of the pair being explicit
     TavrinProcImpl(TavrinProcConfig config);
     std::vector<float> process(const std::vector<float>& samples, bool eof);
     size_t maxInputSize() { return _chunkProcessor->maxInputSize(); }

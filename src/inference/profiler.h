@@ -11,7 +11,7 @@
 class TAVRIN_EXPORT Profiler {
 public:
     /// Starts the time. @param name says in the log what was timed.
-    Profiler(std::string name);  // NOLINT(google-explicit-constructor): hosts may pass a name for a Profiler
+    Profiler(std::string name);
     /// Stops it and logs it.
     ~Profiler();
     Profiler(const Profiler&) = delete;

@@ -34,7 +34,8 @@ PreProcessor::PreProcessor(size_t channels, size_t fftSize, size_t hopSize, xt::
       _frames(frames),
       _trimEdges(trimEdges),
       _window(channels, frames, fftSize / 2, coefficientsOf(window, fftSize), 0),
-      _outputs(outputCount, std::vector<float>(2 * channels * frames * (fftSize / 2))) {
+      _outputs(outputCount) {
+    for (std::vector<float>& output : _outputs) output.resize(2 * channels * frames * (fftSize / 2));
     if (channels == 0 || frames == 0) throw std::invalid_argument("PreProcessor: neither channels nor frames may be 0");
 }
 

@@ -36,12 +36,13 @@ StreamEngine::StreamEngine(ISpectralModel& model, StreamPlan plan)
       _ring(ringFor(_plan)),
       _window(kChannels, _plan.frames, _plan.bins, _plan.window, slackFor(_plan)),
       _synthesis(_plan.stems.size() * kChannels, _plan.hop, _plan.window, _plan.bins),
-      _spectra(_plan.stems.size(), std::vector<float>(2 * kChannels * _plan.frames * _plan.bins)),
+      _spectra(_plan.stems.size()),
       _modelOutputs(_plan.modelOutputs),
       _hops(_plan.outputs() * kChannels * _plan.hop),
       _wanted(_plan.stems.size(), true),
       _on(_plan.stems.size()),
       _fadesFor(_plan.stems.size()) {
+    for (std::vector<float>& spectrum : _spectra) spectrum.resize(2 * kChannels * _plan.frames * _plan.bins);
     reset();
 }
 

@@ -52,6 +52,7 @@ static void separate(int planar, size_t cut, float* out) {
         }
         for (size_t i = 0; i < 2 * written; ++i) out[2 * done + i] = room[0][planar ? i % 2 * written + i / 2 : i];
     }
+    CHECK(!tavrin_separator_output_for(stream, N) && !tavrin_separator_pending(stream));
     REFUSES(tavrin_separator_finish(stream, NULL, 0, &written), CLOSED, "");
 }
 
@@ -119,14 +120,13 @@ static void aModelSaysWhatItIsAndALatencyIsAChoice(void) {
 }
 
 static void everyStatusComesWithItsReason(void) {
-    const char* const cuda = "kazoo";
-    const tavrin_model_options strict = {
-        .struct_size = sizeof strict, .providers = &cuda, .provider_count = 1, .strict = 1};
+    const char* const kazoo = "kazoo";
+    const tavrin_model_options options = {.struct_size = sizeof options, .providers = &kazoo, .provider_count = 1};
     tavrin_model* model;
-    REFUSES(tavrin_model_create(data, 9999, &strict, &model), MODEL_REFUSED, "");
-    REFUSES(tavrin_model_create("no model", 8, NULL, &model), MODEL_REFUSED, "rotobuf");
+    REFUSES(tavrin_model_create(data, 9999, &options, &model), INVALID_ARGUMENT, "kazoo");
+    REFUSES(tavrin_model_create("no model", 8, NULL, &model), MODEL_REFUSED, "no ONNX model");
     REFUSES(
-        tavrin_model_create(song, SIZE_MAX, &(tavrin_model_options){sizeof strict, .key = "a", .key_size = 1}, &model),
+        tavrin_model_create(song, SIZE_MAX, &(tavrin_model_options){sizeof options, .key = "a", .key_size = 1}, &model),
         OUT_OF_MEMORY, "memory");
     tavrin_separator_config config[2] = {{.struct_size = 2 * sizeof *config}};
     CHECK(!model && !tavrin_separator_create(failing, config, &stream));
