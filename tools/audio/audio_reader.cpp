@@ -67,12 +67,19 @@ bool isTag(const AVPacket& packet) {
     return starts("ID3") || starts("TAG") || starts("APETAGEX");
 }
 
-// An Ogg stream that was not cut off ends with a page that says so.
+// An Ogg stream that was not cut off ends with a whole page that says so.
 bool endsWithLastPage(const std::string& tail) {
-    constexpr std::size_t kind = 5;
-    constexpr char last = 4;
+    constexpr std::size_t kind = 5;  // where a page's head has it
+    constexpr std::size_t headSize = 27;
+    constexpr unsigned char last = 4;
+    const auto byte = [&](std::size_t at) { return at < tail.size() ? static_cast<unsigned char>(tail[at]) : 0U; };
     const std::size_t page = tail.rfind("OggS");
-    return page != std::string::npos && page + kind < tail.size() && (tail[page + kind] & last) != 0;
+    if (page == std::string::npos || (byte(page + kind) & last) == 0) return false;
+    // The head ends with the number of segments and the size of each.
+    const std::size_t segments = byte(page + headSize - 1);
+    std::size_t end = page + headSize + segments;
+    for (std::size_t i = 0; i < segments; ++i) end += byte(page + headSize + i);
+    return end <= tail.size();
 }
 
 float finite(float sample) { return std::isfinite(sample) ? sample : 0; }
@@ -188,10 +195,11 @@ void AudioReader::Implementation::open() {
     AVFormatContext* format = allocated(avformat_alloc_context());
     format->pb = _bytes.context();
     format->flags |= AVFMT_FLAG_CUSTOM_IO;
-    // Playlists would read other files, or the network.
+    // Playlists would read other files, or the network; some ask for it here, others through the list of protocols.
     format->io_open = [](AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) { return AVERROR(EPERM); };
     const AVInputFormat* kind = nullptr;
     AVDictionary* options = nullptr;
+    av_dict_set(&options, "protocol_whitelist", "none", 0);
     if (_input.raw) {
         kind = av_find_input_format(_input.raw->format.c_str());
         av_dict_set_int(&options, "sample_rate", _input.raw->rate, 0);

@@ -25,8 +25,8 @@ struct RawAudio {
 bool isRawFormat(const std::string& format);
 
 struct AudioInput {
-    AudioPlace place;
-    std::optional<RawAudio> raw;
+    AudioPlace place{};
+    std::optional<RawAudio> raw{};
     double start = 0;  ///< seconds; rounded to a sample of the song
     double duration = std::numeric_limits<double>::infinity();
 };

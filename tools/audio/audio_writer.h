@@ -16,13 +16,13 @@
 namespace tavrin::tool {
 
 struct AudioOutput {
-    AudioPlace place;  ///< a path is created or emptied; a descriptor may be a pipe
+    AudioPlace place{};  ///< a path is created or emptied; a descriptor may be a pipe
     const AudioFormat* format = nullptr;
-    std::optional<double> quality;  ///< within AudioFormat::quality; none: the normal one
-    int rate = 44100;               ///< of the samples that come
-    int channels = 2;               ///< of the file; for 1 the left samples are taken
-    Tags tags;                      ///< what the container has no place for is left out
-    Picture picture;
+    std::optional<double> quality{};  ///< within AudioFormat::quality; none: the normal one
+    int rate = 44100;                 ///< of the samples that come
+    int channels = 2;                 ///< of the file; for 1 the left samples are taken
+    Tags tags{};                      ///< what the container has no place for is left out
+    Picture picture{};
 
     /// 16-bit formats: which noise is added before rounding. A stem and its rest get opposite noise (1 and -1), so that
     /// their sum stays within one step of the song; stems of one song get different numbers. 0: none.

@@ -28,7 +28,7 @@ ByteStream::ByteStream(const AudioPlace& place, Direction direction)
     // Without O_NONBLOCK, opening a named pipe waits for its other end.
     const int flags = (direction == Direction::in ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC) | O_NONBLOCK | O_CLOEXEC;
     while (_descriptor < 0 && _error == 0) {
-        _descriptor = _ownDescriptor = open(place.path.c_str(), flags, 0666);
+        _descriptor = _file.descriptor = open(place.path.c_str(), flags, 0666);
         if (_descriptor >= 0) break;
         // Nobody reads the named pipe yet.
         const bool isWaiting = errno == ENXIO && direction == Direction::out;
@@ -40,7 +40,6 @@ ByteStream::ByteStream(const AudioPlace& place, Direction direction)
     if (_error == 0 && fstat(_descriptor, &status) != 0) _error = errno;
     if (_error == 0 && S_ISDIR(status.st_mode)) _error = EISDIR;
     if (_error != 0) {
-        if (_ownDescriptor >= 0) close(_ownDescriptor);
         if (direction == Direction::out || _error == ECANCELED) check();
         throw AudioError(AudioError::Kind::unreadable, place.label() + ": cannot be read (" + std::strerror(_error) +
                                                            "); check the name and the rights");
@@ -81,8 +80,8 @@ ByteStream::ByteStream(const AudioPlace& place, Direction direction)
     seek(0, SEEK_SET);
 }
 
-ByteStream::~ByteStream() {
-    if (_ownDescriptor >= 0) close(_ownDescriptor);
+ByteStream::OpenFile::~OpenFile() {
+    if (descriptor >= 0) close(descriptor);
 }
 
 void ByteStream::FreeContext::operator()(AVIOContext* context) const {
@@ -184,7 +183,7 @@ void ByteStream::finish() {
         _spool.reset();
     }
     check();
-    if (_ownDescriptor >= 0 && close(std::exchange(_ownDescriptor, -1)) != 0) fail(errno);
+    if (_file.descriptor >= 0 && close(std::exchange(_file.descriptor, -1)) != 0) fail(errno);
     check();
 }
 

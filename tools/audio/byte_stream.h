@@ -19,7 +19,6 @@ public:
 
     /// @throws AudioError.
     ByteStream(const AudioPlace& place, Direction direction);
-    ~ByteStream();
     ByteStream(const ByteStream&) = delete;
     ByteStream& operator=(const ByteStream&) = delete;
 
@@ -54,8 +53,12 @@ private:
     AudioPlace _place;
     Direction _direction;
     int _descriptor = -1;
-    int _ownDescriptor = -1;  // to be closed
-    int _target = -1;         // where the spooled bytes belong
+    struct OpenFile {
+        ~OpenFile();
+        int descriptor = -1;
+    };
+    OpenFile _file;    // when there is only a path
+    int _target = -1;  // where the spooled bytes belong
     bool _isSeekable = false;
     std::int64_t _origin = 0;  // where in the file the stream begins
     int _error = 0;            // errno of the first failure; ECANCELED: interrupted
