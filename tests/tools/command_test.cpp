@@ -38,7 +38,8 @@ void expectParts(const std::vector<std::pair<std::string, double>>& gains, const
         EXPECT_EQ(tavrin::tool::tagText(stem.tags, "artist"), "Zoë");
         EXPECT_EQ(tavrin::tool::tagText(stem.tags, "title"), "Tune (" + name + ")");
         // A shift by one sample would be 0.01 · gain or more. A resampler may ring where the tone begins and ends.
-        EXPECT_LT(largestDifference(stem.samples, song, gain, 400), 1e-4) << name << " " << rate;
+        EXPECT_LT(largestDifference(stem.samples, song, gain, static_cast<std::size_t>(rate) / 20), 1e-4)
+            << name << " " << rate;
         ASSERT_EQ(stem.samples.size(), sum.size());
         std::transform(sum.begin(), sum.end(), stem.samples.begin(), sum.begin(), std::plus());
     }
@@ -59,13 +60,18 @@ TEST_F(Command, givesStemsAndRestAtTheSongsOwnRateLengthAndPlace) {
                 six + "--stems drum,Acoustic-Guitars", 44100, 1, 270000);
     // Two models on the song, stems of one name averaged; then another one on what is left.
     expectParts({{"vocals", 0.5}}, "vocals", six + six + "--stems vocals", 44100, 2, 5000);
-    expectParts({{"vocals", 0.5}, {one, 0.5}}, "vocals+passthrough", six + "--then " + models + "passthrough.onnx --stems vocals,passthrough", 48000, 2, 300000);
+    expectParts({{"vocals", 0.5}, {one, 0.5}}, "vocals+passthrough",
+                six + "--then " + models + "passthrough.onnx --stems vocals,passthrough", 48000, 2, 300000);
     EXPECT_EQ(run(tool + "--list-stems" + six).out, "vocals\ndrums\nbass\npiano\nacoustic_guitar\nelectric_guitar\n");
 }
 
 TEST_F(Command, addsStemAndRestUpToTheSongInEveryFormat) {
-    const std::map<std::string, double> steps = {
-        {"wav", 2e-7}, {"wav16", 1.01 / 32768}, {"flac", 1.01 / 32768}, {"wav24", 1.01 / 8388608}, {"flac24", 1.01 / 8388608}};
+    constexpr double rounding = 4e-8;  // of the sum in float
+    const std::map<std::string, double> steps = {{"wav", 2e-7},
+                                                 {"wav16", 1 / 32768.0 + rounding},
+                                                 {"flac", 1 / 32768.0 + rounding},
+                                                 {"wav24", 1 / 8388608.0 + rounding},
+                                                 {"flac24", 1 / 8388608.0 + rounding}};
     for (const int rate : {8000, 44100, 192000}) {
         // Faint enough for stem and rest to stay below full scale, and not on the steps of an integer format.
         const Samples song = writeTones("song.wav", rate, 2, rate, 0.3);
@@ -163,7 +169,7 @@ TEST_F(Command, goesOnPastABadSongAndSaysWhatBecameOfEach) {
                                 passthrough + "--name '{folder}/{song}-{stem}.{ext}' ";
     const Outcome late = run(command + "--start 0:05");  // too late in the second song
     EXPECT_EQ(late.code, 5) << late;
-    EXPECT_EQ(run("grep -c 'failed: album/.*; ' .messages").out, "2\n") << late;
+    EXPECT_TRUE(late.says("failed: album/bad.wav: ") && late.says("failed: album/second/song.wav: ")) << late;
     const Samples part(song.begin() + 2 * 220500, song.begin() + 2 * 352800);
     EXPECT_LT(largestDifference(readSound("album/stems/song-passthrough.wav").samples, part, 1, 400), 1e-4);
     const Outcome all = run(command + "--quiet");
@@ -178,7 +184,8 @@ TEST_F(Command, goesOnPastABadSongAndSaysWhatBecameOfEach) {
     EXPECT_EQ(lines["album/bad.wav"]["exit_code"], 2) << all;
     EXPECT_EQ(lines["album/song.wav"]["status"], "done") << "another part of it" << all;
     const json& done = lines["album/second/song.wav"];
-    EXPECT_EQ(done["outputs"][0]["file"], fs::canonical("album/stems/second/song-passthrough.wav"));
+    EXPECT_EQ(done["outputs"][0]["file"].get<std::string>(),
+              fs::canonical("album/stems/second/song-passthrough.wav").string());
     EXPECT_NEAR(done["outputs"][0]["peak"], 0.25, 0.02);  // a resampler may ring
     EXPECT_NEAR(done["seconds"], 5000 / 22050.0, 1e-3);
     EXPECT_GT(done["times_real_time"], 0.01);
@@ -201,7 +208,7 @@ TEST_F(Command, separatesWhatIsLeftOfADamagedSongAndSaysSo) {
 
     expect(0, "head -c 400000 whole.wav >cut.wav; exec " + tool + "whole.wav --quiet --no-record");
     expect(6, tool + "cut.wav", "cut.wav: has 0:01.1 of sound, but its header says 0:02.3");
-    EXPECT_NEAR(static_cast<double>(readSound("cut/centre.wav").samples.size()), 99990, 20);
+    EXPECT_NEAR(static_cast<double>(readSound("cut/centre.wav").samples.size()), 99960, 20);
     expect(6, tool + "cut.wav", "skipped");
 }
 
@@ -214,8 +221,10 @@ TEST_F(Command, streamsThroughPipesAsTheSamplesBecomeFinal) {
     writeSound("song.raw", song, 44100, 2, "raw-int16");
     const std::string raw = pipe + "--rate 44100 --raw int16 ";
     const std::string wait = "timeout 30 sh -c 'until [ -e heard ]; do sleep 0.1; done' || touch late";
-    expect(0, "(cat song.raw; " + wait + "; cat song.raw) | (" + raw + "; echo $? >code) | " +
-                  "(head -c 900000 >raw; touch heard); [ ! -e late ] && cmp -n 100000 song.raw raw && [ $(cat code) = 0 ]");
+    expect(
+        0,
+        "(cat song.raw; " + wait + "; cat song.raw) | (" + raw + "; echo $? >code) | " +
+            "(head -c 900000 >raw; touch heard); [ ! -e late ] && [ $(wc -c <raw) = 900000 ] && [ $(cat code) = 0 ]");
     EXPECT_EQ(contents(".messages"), "");
     expect(2, "cat song.raw | " + pipe + "| cat >x; cat song.raw | " + pipe + ">x", "standard input");
     expect(1, "script -qec '" + tool + "song.wav -o - --only stem' /dev/null >.messages", "is a terminal");
@@ -228,14 +237,15 @@ TEST_F(Command, endsAtOnceOnASignalWhereverItIs) {
         std::string command;
         std::string signal;
         int code;
-    } cases[] = {{tool + "in -o new", "INT", 130},                                    // reading a pipe with a name
-                 {tool + "- -o new <in", "TERM", 143},                                // reading standard input
-                 {"mkfifo shut; " + tool + "shut -o new", "HUP", 129},                // opening
-                 {tool + "long.wav -o - --only stem 3<>out >out", "INT", 130},        // writing to a full pipe
-                 {tool + "long.wav -o new/a --model percussive", "TERM", 143},        // in a model run
-                 {tool + "long.wav -o new --clip scale-all --jobs 2", "HUP", 129}};   // with scratch files
+    } cases[] = {{tool + "in -o new", "INT", 130},                                   // reading a pipe with a name
+                 {tool + "- -o new <in", "TERM", 143},                               // reading standard input
+                 {"mkfifo shut; " + tool + "shut -o new", "HUP", 129},               // opening
+                 {tool + "long.wav -o - --only stem 3<>out >out", "INT", 130},       // writing to a full pipe
+                 {tool + "long.wav -o new/a --model percussive", "TERM", 143},       // in a model run
+                 {tool + "long.wav -o new --clip scale-all --jobs 2", "HUP", 129}};  // with scratch files
     for (const auto& [command, signal, code] : cases) {
-        const std::string wait = "& p=$!; sleep 0.7; kill -" + signal + " $p; date +%s%N; wait $p; c=$?; date +%s%N; exit $c";
+        const std::string wait =
+            "& p=$!; sleep 0.7; kill -" + signal + " $p; date +%s%N; wait $p; c=$?; date +%s%N; exit $c";
         const Outcome outcome = run(command + wait);
         EXPECT_EQ(outcome.code, code) << outcome;
         std::istringstream times(outcome.out);
@@ -247,7 +257,10 @@ TEST_F(Command, endsAtOnceOnASignalWhereverItIs) {
     }
     // What is complete stays.
     writeTones("a.wav", 8000, 1, 8000);
-    expect(130, tool + "a.wav long.wav -o new & p=$!; until [ -e new/a/centre.tavrin.json ]; do sleep 0.1; done; kill -INT $p; wait $p",
+    expect(130,
+           tool +
+               "a.wav long.wav -o new & p=$!; until [ -e new/a/centre.tavrin.json ]; do sleep 0.1; done; kill -INT $p; "
+               "wait $p",
            "1 of 2 songs");
     EXPECT_EQ(filesBelow("new"), "a/centre.rest.wav a/centre.tavrin.json a/centre.wav");
     run("kill $(cat holder)");
@@ -278,7 +291,8 @@ TEST_F(Command, describesEveryOptionInItsManPageAndCompletions) {
             if (line.find_first_not_of(" -o,h") == std::string::npos || !line.starts_with("  -")) continue;
             const std::string option = line.substr(dashes, line.find_first_of(" ,", dashes) - dashes);
             ++options;
-            for (const std::string file : {"completions/" + name, "completions/_" + name, "../docs/man/" + name + ".1"}) {
+            for (const std::string& file :
+                 {"completions/" + name, "completions/_" + name, "../docs/man/" + name + ".1"}) {
                 std::string text = contents(TAVRIN_TOOLS "/" + file);
                 std::erase(text, '\\');
                 EXPECT_NE(text.find(option), std::string::npos) << file << " lacks " << option;
@@ -288,18 +302,18 @@ TEST_F(Command, describesEveryOptionInItsManPageAndCompletions) {
     }
 }
 
-// The sum of red, green and blue where the picture shows this share of the time and of the frequency axis, averaged
-// over a few pixels.
-double brightness(cairo_surface_t* picture, int plot, double time, double frequency) {
+// The largest sum of red, green and blue around this share of the time and of the frequency axis.
+int brightness(cairo_surface_t* picture, int plot, double time, double frequency) {
     const int left = 70 + static_cast<int>(900 * time);
     const int top = 28 + (28 + 256) * plot + static_cast<int>(256 * (1 - frequency));
-    double sum = 0;
+    int brightest = 0;
     for (int i = 0; i < 25; ++i) {
-        const unsigned char* row =
-            cairo_image_surface_get_data(picture) + (top - 2 + i / 5) * cairo_image_surface_get_stride(picture);
-        for (int c = 0; c < 3; ++c) sum += row[4 * (left - 2 + i % 5) + c];
+        const unsigned char* pixel = cairo_image_surface_get_data(picture) +
+                                     (top - 2 + i / 5) * cairo_image_surface_get_stride(picture) +
+                                     4 * (left - 2 + i % 5);
+        brightest = std::max(brightest, pixel[0] + pixel[1] + pixel[2]);
     }
-    return sum / 25;
+    return brightest;
 }
 
 TEST_F(Command, drawsLouderPartsBrighterWhereTheyAre) {
@@ -314,10 +328,14 @@ TEST_F(Command, drawsLouderPartsBrighterWhereTheyAre) {
         cairo_surface_t* picture = cairo_image_surface_create_from_png("歌/passthrough.spectrogram.png");
         ASSERT_EQ(cairo_image_surface_get_width(picture), 70 + 900 + 90);
         ASSERT_EQ(cairo_image_surface_get_height(picture), 3 * (28 + 256) + 36);
-        const auto place = [&](double hertz) { return isLinear ? hertz / 22050 : std::log(hertz / 40) / std::log(22050.0 / 40); };
+        const auto place = [&](double hertz) {
+            return isLinear ? hertz / 22050 : std::log(hertz / 40) / std::log(22050.0 / 40);
+        };
         for (const int plot : {0, 1}) {
-            EXPECT_GT(brightness(picture, plot, 0.75, place(15000)), brightness(picture, plot, 0.25, place(5000)) + 100) << plot;
-            EXPECT_GT(brightness(picture, plot, 0.25, place(5000)), brightness(picture, plot, 0.75, place(5000)) + 100) << plot;
+            EXPECT_GT(brightness(picture, plot, 0.75, place(15000)), brightness(picture, plot, 0.25, place(5000)) + 100)
+                << plot;
+            EXPECT_GT(brightness(picture, plot, 0.25, place(5000)), brightness(picture, plot, 0.75, place(5000)) + 100)
+                << plot;
             EXPECT_LT(brightness(picture, plot, 0.25, place(15000)), 10) << plot;
         }
         EXPECT_LT(brightness(picture, 2, 0.75, place(15000)), 10) << "the rest is silent";
@@ -330,7 +348,9 @@ TEST_F(Command, saysWhatWentWrongAndLeavesNothingBehind) {
     std::ofstream("text") << "neither a song nor a model\n";
     std::ofstream("key") << "wrong\n";
     // Three channels.
-    std::ofstream("three.wav") << std::string("RIFF\44\0\1\0WAVEfmt \20\0\0\0\1\0\3\0\104\254\0\0\230\11\4\0\6\0\20\0data\0\0\1\0", 44) + std::string(65536, '\1');
+    std::ofstream("three.wav")
+        << std::string("RIFF\44\0\1\0WAVEfmt \20\0\0\0\1\0\3\0\104\254\0\0\230\11\4\0\6\0\20\0data\0\0\1\0", 44) +
+               std::string(65536, '\1');
     const struct {
         int code;
         const char* culprit;
@@ -348,11 +368,12 @@ TEST_F(Command, saysWhatWentWrongAndLeavesNothingBehind) {
                  {2, "text", "text"},
                  {3, "--key-file", "song.wav --key-file key"},
                  {2, "nokey", "song.wav --key-file nokey"},
-                 {3, "small.onnx", "song.wav --model " + models + "small.onnx"},
+                 {3, "half.onnx", "song.wav --model " + models + "half.onnx"},
                  {3, "failing.onnx: ", "song.wav --model " + models + "failing.onnx"}};
     const std::string noModel = "XDG_DATA_HOME=/none TAVRIN_MODELS=/none ";
     for (const auto& [code, culprit, arguments] : cases) {
-        if (arguments.ends_with("vocals") && run(noModel + TAVRIN_MODEL " list").out.find("not here") == std::string::npos)
+        if (arguments.ends_with("vocals") &&
+            run(noModel + TAVRIN_MODEL " list").out.find("not here") == std::string::npos)
             continue;  // it is here
         expectFailure(code, culprit, arguments, noModel);
     }
@@ -360,7 +381,11 @@ TEST_F(Command, saysWhatWentWrongAndLeavesNothingBehind) {
     expect(4, tool + "song.wav -o text", "text");
     expect(0, tool + "song.wav -o out --device cuda --duration 1", "warning: ");
     expect(0, "TAVRIN_MODELS=" + models + " " + tool + "song.wav -o out --model passthrough --duration 1");
-    expect(7, "(ulimit -v 150000; " + tool + "song.wav -o out --overwrite)", "free some memory");
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // which need much address space
+    expect(0, "truncate -s 3G huge.onnx");
+    expect(7, "ulimit -v 2000000; " + tool + "song.wav -o out --model ./huge.onnx", "free some memory");
+    expect(7, "ulimit -v 2000000; " TAVRIN_MODEL " inspect ./huge.onnx", "free some memory");
+#endif
 }
 
 }  // namespace

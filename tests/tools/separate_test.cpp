@@ -16,9 +16,10 @@ TEST(Times, areSecondsOrHaveColons) {
     const struct {
         const char* text;
         double seconds;  // negative: refused
-    } cases[] = {{"95", 95},     {"0", 0},     {"1.5", 1.5},  {"1:35", 95},    {"0:01:35.5", 95.5}, {"90:00", 5400},
-                 {"1:60", -1},   {"1:75", -1}, {"1:", -1},    {":35", -1},     {"", -1},            {"-1", -1},
-                 {"1e3", -1},    {"nan", -1},  {"0x10", -1},  {"1:00:60", -1}, {"4000000000", -1},  {"1,5", -1}};
+    } cases[] = {{"95", 95},      {"0", 0},           {"1.5", 1.5}, {"1:35", 95}, {"0:01:35.5", 95.5},
+                 {"90:00", 5400}, {"1:60", -1},       {"1:75", -1}, {"1:", -1},   {":35", -1},
+                 {"", -1},        {"-1", -1},         {"1e3", -1},  {"nan", -1},  {"0x10", -1},
+                 {"1:00:60", -1}, {"4000000000", -1}, {"1,5", -1}};
     for (const auto& [text, seconds] : cases) {
         if (seconds < 0)
             EXPECT_THROW(parseTime("--start", text), Failure) << text;
@@ -38,12 +39,12 @@ TEST(Options, chooseTheFormatByNameEndingOrPipe) {
         const char* format;  // null: refused
     } cases[] = {{{}, "wav"},
                  {{"--format", "flac24"}, "flac24"},
-                 {{"--format=mp3", "--quality=320"}, "mp3"},
+                 {{"--format=mp3", "--quality=2"}, "mp3"},
                  {{"--name", "{stem}.opus"}, "opus"},
                  {{"--name", "{stem}.FLAC", "--format", "flac24"}, "flac24"},
                  {{"--name", "{stem}.flac", "--format", "wav"}, nullptr},
                  {{"--format", "wma"}, nullptr},
-                 {{"--format", "mp3", "--quality", "1"}, nullptr},
+                 {{"--format", "mp3", "--quality", "320"}, nullptr},
                  {{"--format", "wav", "--quality", "5"}, nullptr},
                  {{"--name", "{artist}.{ext}"}, nullptr},
                  {{"--name", "{song}/"}, nullptr},
@@ -104,7 +105,8 @@ TEST(Names, followTheTemplateAndStayInTheFolder) {
 }
 
 TEST(Messages, reachTheTerminalWithoutControlsAndAreCutBetweenCharacters) {
-    EXPECT_EQ(printable("Zoë – 歌\t\x1b[31m\x7f\xff\xc2\x9b\xe6\xad"), "Zoë – 歌\\x09\\x1B[31m\\x7F\\xFF\\xC2\\x9B\\xE6\\xAD");
+    EXPECT_EQ(printable("Zoë – 歌\t\x1b[31m\x7f\xff\xc2\x9b\xe6\xad"),
+              "Zoë – 歌\\x09\\x1B[31m\\x7F\\xFF\\xC2\\x9B\\xE6\\xAD");
     EXPECT_EQ(cut("Zoë – 歌", 7), "Zoë – 歌");
     EXPECT_EQ(cut("Zoë – 歌", 4), "Zoë…");
     EXPECT_EQ(cut("Zoë", 0), "");
@@ -131,7 +133,8 @@ TEST_F(Command, searchesFoldersOnceAndTellsEqualNamesApart) {
         std::vector<std::string> warnings;
         std::string list;
         for (const Song& song : listSongs(given, "a/out", warnings))
-            list += (list.empty() ? "" : " ") + (song.isPipe ? "(stdin)" : song.file.string() + "(" + song.folder.string() + ")");
+            list += (list.empty() ? "" : " ") +
+                    (song.isPipe ? "(stdin)" : song.file.string() + "(" + song.folder.string() + ")");
         EXPECT_EQ(list, expected) << given.front();
         EXPECT_TRUE(warnings.empty());
     }

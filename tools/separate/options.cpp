@@ -163,10 +163,11 @@ Options parseOptions(int argc, const char* const* argv) {
                    "One of " + formatNames() + " (default: wav, which is float, or what --name ends in)")
         ->type_name("FORMAT")
         ->group(group);
-    CLI::Option* qualityOption =
-        app.add_option("--quality", quality, "Of mp3, m4a and opus in kbit/s, of ogg from 0 to 10")
-            ->type_name("N")
-            ->group(group);
+    CLI::Option* qualityOption = app.add_option("--quality", quality,
+                                                "Of mp3 from 9 to 0, the best; of m4a and opus in kbit/s; of ogg up to "
+                                                "10; of flac up to 12, the smallest")
+                                     ->type_name("N")
+                                     ->group(group);
     app.add_option("--clip", clip,
                    "What is louder than full scale: clamp it, leave it (none), or turn all parts of the song down "
                    "(scale-all); default: none for float samples, otherwise clamp")
@@ -275,7 +276,7 @@ Options parseOptions(int argc, const char* const* argv) {
     output.format = chooseFormat(format, options);
     if (*qualityOption) output.quality = quality;
     checkQuality(output);
-    const bool isFloat = output.format->hasHeadroom() && !output.format->quality.unit;
+    const bool isFloat = output.format->hasHeadroom() && !output.format->isLossy;
     output.clip = !clip.empty() ? policies.at(clip) : isFloat ? ClipPolicy::none : ClipPolicy::clamp;
     options.verbosity = quiet ? Verbosity::quiet : verbose ? Verbosity::verbose : Verbosity::normal;
     if (output.toStandardOutput) requireOneStream(options);

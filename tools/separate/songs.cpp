@@ -82,7 +82,8 @@ fs::path commonFolder(const std::vector<Song>& songs) {
         const fs::path parent = parentOf(song.file);
         if (!common) common = parent;
         fs::path shared;
-        for (auto a = common->begin(), b = parent.begin(); a != common->end() && b != parent.end() && *a == *b; ++a, ++b)
+        for (auto a = common->begin(), b = parent.begin(); a != common->end() && b != parent.end() && *a == *b;
+             ++a, ++b)
             shared /= *a;
         common = shared;
     }
