@@ -24,8 +24,8 @@ readonly songs_package="fretsonfire-songs-sectoid=1.dfsg-4"
 readonly debian_suite="trixie"
 readonly bench_packages=(libbenchmark-dev)
 readonly arm64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
-readonly system_packages=(pkg-config libsndfile1-dev libsoxr-dev libcli11-dev nlohmann-json3-dev libcairo2-dev
-    libfftw3-dev libpng-dev parallel libgtest-dev)
+readonly system_packages=(pkg-config libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libcli11-dev nlohmann-json3-dev
+    libcairo2-dev libpng-dev parallel libgtest-dev)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
