@@ -9,15 +9,16 @@
 #include <cstring>
 #include <utility>
 
+#include "audio/announced_size.h"
 #include "audio/audio_error.h"
 #include "audio/byte_stream.h"
-#include "audio/data_chunk.h"
 #include "audio/ffmpeg.h"
 
 namespace tavrin::tool {
 
 namespace {
 
+constexpr std::int64_t unlimited = std::numeric_limits<std::int64_t>::max();
 constexpr std::size_t leastBlock = 4096;        // samples per channel, unless the song ends
 constexpr int mostFailedReads = 100;            // in a row, until a song is given up
 constexpr double largestSilentGap = 600;        // seconds; where time leaps further, the clock was set anew
@@ -52,7 +53,7 @@ std::string shellQuoted(const std::string& text) {
 }
 
 // MP4 files may name their parts at the end; then they cannot be read from front to back.
-bool mayNeedSeeking(const std::string& head) {
+bool isMp4(const std::string& head) {
     static const std::array<const char*, 6> boxes = {"ftyp", "moov", "mdat", "wide", "free", "skip"};
     return head.size() >= 8 &&
            std::any_of(boxes.begin(), boxes.end(), [&](const char* box) { return head.compare(4, 4, box) == 0; });
@@ -80,6 +81,13 @@ bool endsWithLastPage(const std::string& tail) {
     std::size_t end = page + headSize + segments;
     for (std::size_t i = 0; i < segments; ++i) end += byte(page + headSize + i);
     return end <= tail.size();
+}
+
+AVStream* firstAudio(const AVFormatContext& format) {
+    const auto isAudio = [](const AVStream* stream) { return stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO; };
+    AVStream** end = format.streams + format.nb_streams;
+    AVStream** stream = std::find_if(format.streams, end, isAudio);
+    return stream == end ? nullptr : *stream;
 }
 
 float finite(float sample) { return std::isfinite(sample) ? sample : 0; }
@@ -110,6 +118,7 @@ public:
 private:
     AudioError unreadable(const std::string& reason, const std::string& nextStep) const;
     void open();
+    FormatHandle openContainer(bool withEdits);
     void openDecoder();
     void chooseStream();
     void takeTagsAndPicture();
@@ -125,6 +134,7 @@ private:
     void end();
     bool failed(int result);
     bool hasClaim() const;
+    std::size_t announcedSize() const;
     void note(double from, const std::string& reason);
     double seconds(std::int64_t samples) const { return static_cast<double>(samples) / rate; }
     std::int64_t samples(std::int64_t ticks) const { return av_rescale_q(ticks, _stream->time_base, {1, rate}); }
@@ -143,11 +153,13 @@ private:
     int _frameFormat = -1;
     int _frameChannels = 0;
 
+    std::int64_t _trackTicks = 0;  // length of an MP4 track without its edit list
+
     // Samples per channel, counted from the song's beginning.
     std::int64_t _position = 0;  // next to be decoded
     std::int64_t _from = 0;      // wanted part
-    std::int64_t _until = std::numeric_limits<std::int64_t>::max();
-    std::int64_t _limit = std::numeric_limits<std::int64_t>::max();  // what the container counts as song
+    std::int64_t _until = unlimited;
+    std::int64_t _limit = unlimited;  // what the container counts as song
     std::vector<float> _ready;
     bool _isOver = false;
 
@@ -160,12 +172,13 @@ private:
     std::int64_t _ticks = 0;      // end of the last packet
     std::int64_t _lastTicks = 0;  // of the last packet alone
     std::int64_t _packetBytes = 0;
+    bool _isCutOff = false;  // the last packet
 };
 
 AudioReader::Implementation::Implementation(const AudioInput& input)
     : _input(input), _name(input.place.label()), _bytes(input.place, ByteStream::Direction::in) {
     const LibraryLog::Scope scope(log);
-    if (!_bytes.isSeekable() && mayNeedSeeking(_bytes.head())) _bytes.spool();
+    if (!_bytes.isSeekable() && isMp4(_bytes.head())) _bytes.spool();
     open();
     chooseStream();
     openDecoder();
@@ -192,6 +205,18 @@ AudioError AudioReader::Implementation::unreadable(const std::string& reason, co
 }
 
 void AudioReader::Implementation::open() {
+    if (isMp4(_bytes.head())) {
+        const FormatHandle unedited = openContainer(false);
+        if (const AVStream* stream = firstAudio(*unedited)) _trackTicks = stream->duration;
+        avio_seek(_bytes.context(), 0, SEEK_SET);
+    }
+    _format = openContainer(true);
+    const int found = avformat_find_stream_info(_format.get(), nullptr);
+    _bytes.check();
+    if (found < 0) throw unreadable(errorText(found), "check that it is a song and complete");
+}
+
+FormatHandle AudioReader::Implementation::openContainer(bool withEdits) {
     AVFormatContext* format = allocated(avformat_alloc_context());
     format->pb = _bytes.context();
     format->flags |= AVFMT_FLAG_CUSTOM_IO;
@@ -200,6 +225,7 @@ void AudioReader::Implementation::open() {
     const AVInputFormat* kind = nullptr;
     AVDictionary* options = nullptr;
     av_dict_set(&options, "protocol_whitelist", "none", 0);
+    if (!withEdits) av_dict_set(&options, "ignore_editlist", "1", 0);
     if (_input.raw) {
         kind = av_find_input_format(_input.raw->format.c_str());
         av_dict_set_int(&options, "sample_rate", _input.raw->rate, 0);
@@ -207,23 +233,19 @@ void AudioReader::Implementation::open() {
     }
     const int result = avformat_open_input(&format, _input.place.path.c_str(), kind, &options);
     av_dict_free(&options);
-    _format.reset(format);
+    FormatHandle handle(format);
     _bytes.check();
     if (_bytes.head().empty()) throw unreadable("it is empty", "check what wrote it");
-    if (result < 0) throw unreadable(errorText(result), "check that it is a song and complete");
-    const int found = avformat_find_stream_info(format, nullptr);
-    _bytes.check();
-    if (found < 0) throw unreadable(errorText(found), "check that it is a song and complete");
+    if (result < 0)
+        throw unreadable(log.lastError().empty() ? errorText(result) : log.lastError(),
+                         "check that it is a song and complete");
+    return handle;
 }
 
 void AudioReader::Implementation::chooseStream() {
+    _stream = firstAudio(*_format);
     for (unsigned i = 0; i < _format->nb_streams; ++i) {
-        AVStream* stream = _format->streams[i];
-        if (!_stream && stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
-            _stream = stream;
-        } else {
-            stream->discard = AVDISCARD_ALL;
-        }
+        if (_format->streams[i] != _stream) _format->streams[i]->discard = AVDISCARD_ALL;
     }
     if (!_stream) throw unreadable("there is no audio in it", "name a song");
 }
@@ -270,26 +292,31 @@ void AudioReader::Implementation::takeTagsAndPicture() {
     }
 }
 
-// MP4 counts the samples of a song, but its last packet decodes to a whole frame.
+// MP4 counts the samples of a song, but its last packet decodes to a whole frame. Its edit list, which leaves out what
+// the encoder has put in front, often counts in milliseconds; the track's own length is exact then.
 void AudioReader::Implementation::findLimit() {
-    const bool isMp4 = std::strstr(_format->iformat->name, "mp4") != nullptr;
-    if (isMp4 && _stream->duration > 0) _limit = samples(_stream->duration);
+    if (_trackTicks == 0 || _stream->duration <= 0) return;
+    const AVIndexEntry* first = avformat_index_get_entry(_stream, 0);
+    const std::int64_t exact = samples(_trackTicks + (first ? std::min<std::int64_t>(0, first->timestamp) : 0));
+    _limit = samples(_stream->duration);
+    if (std::abs(exact - _limit) <= rate / 500) _limit = exact;
 }
 
 std::optional<std::int64_t> AudioReader::Implementation::length() const {
-    std::int64_t total = 0;
-    if (_stream->duration > 0) {
+    std::int64_t total = _limit;
+    const auto chunk = findDataChunk(_bytes.head());
+    if (total < unlimited) {
+        // MP4 is exact.
+    } else if (_stream->duration > 0) {
         total = samples(_stream->duration);
         if (_stream->start_time != AV_NOPTS_VALUE) total -= std::max<std::int64_t>(0, samples(_stream->start_time));
         if (std::strcmp(_format->iformat->name, "ogg") == 0) total -= _stream->codecpar->initial_padding;
-    } else if (const auto chunk = findDataChunk(_bytes.head()); chunk && _stream->codecpar->bit_rate > 0) {
+    } else if (chunk && _stream->codecpar->bit_rate > 0) {
         total = av_rescale(chunk->size, std::int64_t{8} * rate, _stream->codecpar->bit_rate);
     } else if (_format->duration > 0) {
         total = av_rescale(_format->duration, rate, AV_TIME_BASE);
-    } else {
-        if (_until == std::numeric_limits<std::int64_t>::max()) return std::nullopt;
-        total = _until;
     }
+    if (std::min(total, _until) == unlimited) return std::nullopt;
     return std::max<std::int64_t>(0, std::min(total, _until) - _from);
 }
 
@@ -318,7 +345,9 @@ void AudioReader::Implementation::feed() {
     _bytes.check();
     // Some kinds of files have more behind the song, which is none of ours.
     const bool isComplete = hasClaim() && _ticks >= _stream->duration;
-    if (result < 0 && isComplete) _errorsSeen = log.errors();
+    // A last piece of plain samples may be short: their length tells whether any are missing.
+    const bool isPlain = (_packet->flags & AV_PKT_FLAG_CORRUPT) != 0 && av_get_bits_per_sample(_decoder->codec_id) > 0;
+    if ((result < 0 && isComplete) || isPlain) _errorsSeen = log.errors();
     failed(isComplete ? 0 : result);
     if (result < 0) {
         if (result == AVERROR_EOF || isComplete || ++_failedReads > mostFailedReads)
@@ -332,12 +361,16 @@ void AudioReader::Implementation::feed() {
         _ticks = (_packet->pts == AV_NOPTS_VALUE ? _ticks : _packet->pts) + _lastTicks;
     }
     _packetBytes += _packet->size;
+    _isCutOff = static_cast<std::size_t>(_packet->size) < announcedSize();
     if (isTag(*_packet)) return;
-    // A last piece of plain samples may be short: the length tells whether any are missing.
-    const bool isPlain = av_get_bits_per_sample(_decoder->codec_id) > 0;
-    if ((_packet->flags & AV_PKT_FLAG_CORRUPT) != 0 && !isPlain)
-        note(seconds(_position), "part of the data is missing");
     failed(avcodec_send_packet(_decoder.get(), _packet.get()));
+}
+
+// Of the packet.
+std::size_t AudioReader::Implementation::announcedSize() const {
+    const AVCodecID codec = _decoder->codec_id;
+    if (codec != AV_CODEC_ID_MP3 && codec != AV_CODEC_ID_MP2) return 0;
+    return mpegFrameSize({_packet->data, static_cast<std::size_t>(_packet->size)}, rate);
 }
 
 // Whether a call of the libraries went wrong: it may say so, or only log it. That is noted as damage.
@@ -445,6 +478,7 @@ void AudioReader::Implementation::end() {
     if (_converter) convert(nullptr, 0);
     const std::string kind = _format->iformat->name;
     if (const std::string error = _bytes.readError(); !error.empty()) note(seconds(_position), error);
+    if (_isCutOff) note(seconds(_position), "the end is missing");
     if (kind == "ogg" && !endsWithLastPage(_bytes.tail())) note(seconds(_position), "the end is missing");
     if (const auto chunk = findDataChunk(_bytes.head()); chunk && !_input.raw) {
         // Samples have one size here, and the length is one of bytes.

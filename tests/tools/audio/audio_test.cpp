@@ -294,6 +294,7 @@ TEST_F(Audio, mp3IsReadWithoutItsHeaderAndWhereSeveralWereJoined) {
     const Reading plain = readAll(input("headless"));
     EXPECT_EQ(readPiped(headless).samples, plain.samples);
     EXPECT_FALSE(plain.isReported) << plain.refusal;
+    EXPECT_TRUE(readPiped(headless.substr(0, headless.size() / 2)).isReported) << "cut off within a frame";
     constexpr std::size_t delay = 1105;  // of encoder and decoder, which nothing tells now
     EXPECT_GE(plain.samples.size(), 2 * (100000 + delay));
     EXPECT_EQ(fit(stretch(plain.samples, delay, 100000), song).lag, 0);
@@ -455,7 +456,7 @@ TEST_F(Audio, interruptsEndEveryWait) {
         } catch (const AudioError& end) {
             EXPECT_EQ(end.kind(), AudioError::Kind::interrupted) << what << ": " << end.what();
         }
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450)) << what;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000)) << what;
     }
     close(silent[0]);
     AudioOutput target = output("", "wav");

@@ -1,4 +1,4 @@
-#include "audio/data_chunk.h"
+#include "audio/announced_size.h"
 
 namespace tavrin::tool {
 
@@ -64,6 +64,20 @@ std::optional<DataChunk> findDataChunk(const std::string& head) {
         }
     }
     return std::nullopt;
+}
+
+std::size_t mpegFrameSize(std::span<const std::uint8_t> frame, int rate) {
+    // Thousands of bits per second by the header's number, for layer III and II of MPEG-1 and both of MPEG-2.
+    static constexpr std::size_t rates[3][16] = {{0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 0},
+                                                 {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384, 0},
+                                                 {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160, 0}};
+    if (frame.size() < 4 || frame[0] != 0xFF || frame[1] < 0xE0 || rate < 1) return 0;
+    const bool isFirstVersion = (frame[1] & 8) != 0;
+    const bool isThirdLayer = (frame[1] & 6) == 2;
+    const std::size_t bitRate = 1000 * rates[isFirstVersion ? (isThirdLayer ? 0 : 1) : 2][frame[2] >> 4];
+    const std::size_t factor = isThirdLayer && !isFirstVersion ? 72 : 144;  // an eighth of the samples of a frame
+    const std::size_t padding = frame[2] >> 1 & 1;
+    return bitRate == 0 ? 0 : factor * bitRate / static_cast<std::size_t>(rate) + padding;
 }
 
 }  // namespace tavrin::tool
