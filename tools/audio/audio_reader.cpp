@@ -236,9 +236,10 @@ FormatHandle AudioReader::Implementation::openContainer(bool withEdits) {
     FormatHandle handle(format);
     _bytes.check();
     if (_bytes.head().empty()) throw unreadable("it is empty", "check what wrote it");
-    if (result < 0)
-        throw unreadable(log.lastError().empty() ? errorText(result) : log.lastError(),
-                         "check that it is a song and complete");
+    if (result < 0) {
+        const std::string& reason = log.lastError();
+        throw unreadable(reason.empty() ? errorText(result) : reason, "check that it is a song and complete");
+    }
     return handle;
 }
 
@@ -350,8 +351,8 @@ void AudioReader::Implementation::feed() {
     if ((result < 0 && isComplete) || isPlain) _errorsSeen = log.errors();
     failed(isComplete ? 0 : result);
     if (result < 0) {
-        if (result == AVERROR_EOF || isComplete || ++_failedReads > mostFailedReads)
-            avcodec_send_packet(_decoder.get(), nullptr);
+        const bool isLast = result == AVERROR_EOF || isComplete || ++_failedReads > mostFailedReads;
+        if (isLast) avcodec_send_packet(_decoder.get(), nullptr);
         return;
     }
     _failedReads = 0;
@@ -366,7 +367,7 @@ void AudioReader::Implementation::feed() {
     failed(avcodec_send_packet(_decoder.get(), _packet.get()));
 }
 
-// Of the packet.
+// Bytes that the packet should have; 0 when it does not say.
 std::size_t AudioReader::Implementation::announcedSize() const {
     const AVCodecID codec = _decoder->codec_id;
     if (codec != AV_CODEC_ID_MP3 && codec != AV_CODEC_ID_MP2) return 0;
@@ -414,7 +415,7 @@ void AudioReader::Implementation::fillGap(std::int64_t gap, const AVFrame& frame
     const double smallest = _hasFailed ? 2 * tick + 1 : smallestUnexplainedGap * rate;
     if (static_cast<double>(gap) <= smallest || static_cast<double>(gap) > largestSilentGap * rate) return;
     // A coarse clock means whole frames.
-    if (tick > 1) gap = (gap + frame.nb_samples / 2) / frame.nb_samples * frame.nb_samples;
+    if (tick > 1 && frame.nb_samples > 0) gap = (gap + frame.nb_samples / 2) / frame.nb_samples * frame.nb_samples;
     if (!_hasFailed) note(seconds(_position), "part of the song is missing");
     const std::vector<float> silence(static_cast<std::size_t>(rate));
     for (std::int64_t left = gap; left > 0; left -= rate) {
@@ -426,8 +427,8 @@ void AudioReader::Implementation::fillGap(std::int64_t gap, const AVFrame& frame
 // For the format, rate and channels of the frame, which may change where songs were joined.
 void AudioReader::Implementation::prepareConverter(const AVFrame& frame) {
     const int width = frame.ch_layout.nb_channels;
-    if (_converter && frame.format == _frameFormat && frame.sample_rate == _frameRate && width == _frameChannels)
-        return;
+    const bool fits = frame.format == _frameFormat && frame.sample_rate == _frameRate && width == _frameChannels;
+    if (_converter && fits) return;
     if (_converter) convert(nullptr, 0);
     AVChannelLayout out;
     av_channel_layout_default(&out, std::min(width, 2));
@@ -438,8 +439,8 @@ void AudioReader::Implementation::prepareConverter(const AVFrame& frame) {
                         frame.sample_rate, 0, nullptr);
     _converter.reset(allocated(context));
     av_opt_set(context, "resampler", "soxr", 0);
-    if (const int result = swr_init(context); result < 0)
-        throw unreadable(errorText(result), "convert it to WAV first");
+    const int result = swr_init(context);
+    if (result < 0) throw unreadable(errorText(result), "convert it to WAV first");
     _frameFormat = frame.format;
     _frameRate = frame.sample_rate;
     _frameChannels = width;

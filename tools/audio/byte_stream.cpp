@@ -144,7 +144,7 @@ std::int64_t ByteStream::seek(std::int64_t offset, int whence) {
     if (!_isSeekable) return AVERROR(ESPIPE);
     _tail.clear();
     const off_t position = lseek(_descriptor, whence == SEEK_SET ? offset + _origin : offset, whence & ~AVSEEK_FORCE);
-    return position < 0 ? fail(errno) : position - _origin;
+    return position < 0 ? AVERROR(errno) : position - _origin;
 }
 
 std::int64_t ByteStream::size() const {
