@@ -93,6 +93,16 @@ class Families(unittest.TestCase):
         self.assertGreater(agreement(loud, 2 * stem), 40)
 
 
+    def test_otherFramesBinsAndRatesGiveEightStemsAndTheRest(self):
+        audio = signal(3)
+        low = numpy.fft.irfft(numpy.fft.rfft(audio)[:, : audio.shape[1] // 4], audio.shape[1])  # below the model's 700 bins
+        stems = LIBRARY.separate((ROOT / "tests/models/eight_stems.onnx").read_bytes(), low, rest=True)
+        self.assertEqual(list(stems), "voice choir drums bass piano guitar strings wind rest".split())
+        self.assertGreater(agreement(2 * stems["voice"], low), 100)
+        self.assertTrue(numpy.array_equal(stems["voice"], 128 * stems["wind"]))
+        self.assertLess(numpy.abs(sum(stems.values()) - low).max(), 1e-6)
+
+
 class Hostile:
     def __reduce__(self):
         return os.mkdir, (str(FOLDER / "hostile"),)
