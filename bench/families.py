@@ -3,7 +3,7 @@
 
     python3 -m venv --system-site-packages V && V/bin/pip install --no-deps openunmix==1.3.0
     V/bin/python bench/families.py parity [FAMILY …]    decibels away from the ends, by frames per call and context
-    V/bin/python bench/families.py speed [FAMILY …]     one model call, by tavrin-model
+    V/bin/python bench/families.py speed [FAMILY …]     processor time of a call on one thread
     V/bin/python bench/families.py store                small networks and stems for tests/families
 
 Needs python3-torch, python3-onnx and a built build/release. FAMILY is mdx, openunmix or unet.
@@ -14,9 +14,9 @@ pipelines' are centred there: the same thing when half a frame is a multiple of 
 """
 
 from pathlib import Path
-import subprocess
 import sys
 import tempfile
+import time
 import types
 
 import numpy
@@ -173,10 +173,11 @@ class OpenUnmix:
 
 class Unet:
     SIZES = {  # channels, stems, activation, mask; seconds
-        "small": ((2, 2, 2, 2, 2, 2), 4, "elu", "sigmoid", 14),
+        "small": ((2, 2, 2, 2, 2, 2), 4, "elu", "sigmoid", 40),
+        "small, five stems": ((2, 2, 2, 2, 2, 2), 5, "elu", "softmax", 40),
         "two stems": ((16, 32, 64, 128, 256, 512), 2, "relu", "sigmoid", 40),
-        "four stems": ((16, 32, 64, 128, 256, 512), 4, "elu", "sigmoid", 40),
-        "five stems": ((16, 32, 64, 128, 256, 512), 5, "elu", "softmax", 40),
+        "four stems": ((16, 32, 64, 128, 256, 512), 4, "elu", "sigmoid", 0),
+        "five stems": ((16, 32, 64, 128, 256, 512), 5, "elu", "softmax", 0),
     }
 
     def __init__(self, size):
@@ -234,7 +235,7 @@ def ours(library, family, model, audio, context):
 
 @torch.no_grad()
 def parity(library, wanted):
-    contexts = {"small": [(256, 1), (256, 32), (1024, 256)], "mdx": [(256, 16), (256, 32), (256, 64), (1024, 288)],
+    contexts = {"small": [(256, 1), (256, 32), (1024, 256)], "mdx": [(256, 16), (256, 32), (1024, 288)],
                 "openunmix": [(256, 1), (256, 16), (256, 32), (256, 64), (1024, 400)],
                 "unet": [(256, 32), (512, 32), (512, 64), (1024, 256)]}  # fmt: skip
     for name in wanted:
@@ -245,7 +246,7 @@ def parity(library, wanted):
                 continue
             audio = signal(family.seconds)
             theirs, exported = family.pipeline(audio), None
-            for frames, context in contexts.get(size, contexts[name]):
+            for frames, context in contexts.get(size.partition(",")[0], contexts[name]):
                 if exported != frames:
                     model, exported = adapt(FOLDER / "model.onnx", *family.files(FOLDER, frames)), frames
                 stems = ours(library, family, model, audio, context)
@@ -254,16 +255,26 @@ def parity(library, wanted):
 
 
 @torch.no_grad()
-def speed(_library, wanted):
+def speed(library, wanted):
+    """The time that one more call takes. Processor time of one thread says the most on a machine that is not quiet."""
+    frames, context = 256, 16
     for name in wanted:
         for size in FAMILIES[name].SIZES:
-            for half in [], ["--half"]:
-                family = FAMILIES[name](size)
-                adapt(FOLDER / "model.onnx", *family.files(FOLDER, 256), *half)
-                mebibytes = (FOLDER / "model.onnx").stat().st_size / 2**20
-                tool = next((ROOT / "build/release/tools").rglob("tavrin-model"))
-                said = subprocess.run([tool, "inspect", FOLDER / "model.onnx"], capture_output=True, text=True)
-                print(f"{name}, {size} {' '.join(half)}: {mebibytes:.0f} MiB; {said.stdout.strip().splitlines()[-1]}", flush=True)
+            family = FAMILIES[name](size)
+            step = (frames - 2 * context) * family.hop
+            model = adapt(FOLDER / "model.onnx", *family.files(FOLDER, frames))
+            times = []
+            for calls in 1, 2:
+                audio = numpy.full((2, calls * step - step // 2), 0.01, numpy.float32)
+                start = time.process_time()
+                library.separate(model, audio, context, threads=1)
+                times.append(time.process_time() - start)
+            call, seconds = times[1] - times[0], step / 44100
+            print(
+                f"{name}, {size}: {len(model) / 2**20:.0f} MiB, {call:.2f} s for {seconds:.1f} s of music, "
+                f"{seconds / call:.1f} times real time",
+                flush=True,
+            )
 
 
 @torch.no_grad()
@@ -277,7 +288,7 @@ def store(_library, wanted):
         if name == "openunmix":  # as PyTorch wrote it before 1.6
             state = family.networks["vocals"].state_dict()
             torch.save(state, STORE / "old_format.pth", _use_new_zipfile_serialization=False)
-        for stem, samples in family.pipeline(signal(family.seconds)).items():
+        for stem, samples in family.pipeline(signal(min(family.seconds, 14))).items():
             middle = samples.shape[1] // 2
             middles[f"{name}.{stem}"] = samples[:, middle : middle + 500]
     numpy.savez_compressed(STORE / "stems_of_pytorch.npz", **middles)

@@ -31,8 +31,3 @@ def stem_name(path):
     """What the file's name says of its content."""
     text = path.stem.lower()
     return next((stem for stem in STEMS if stem[:4] in text), "stem")
-
-
-def context(length):
-    """Half a frame, as the family trims what it computes in chunks."""
-    return -(-length // 2 // HOP)

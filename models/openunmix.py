@@ -10,7 +10,7 @@ import numpy
 from graph import Graph
 from weights import WeightsError
 
-FRAMES, CONTEXT = 256, 32
+FRAMES = 256
 TINY = 1e-10  # keeps shares of nothing from being 0 / 0
 NORM_EPSILON = 1e-5
 
@@ -129,5 +129,5 @@ def build(targets, metadata, frames=FRAMES, apart=False):
         masks = {stem: graph.Div(name, total) for stem, name in masks.items()}
     shape = [1, 4, frames, bins]
     stems = {stem: graph.Reshape(graph.Mul(planes, name), graph.integers(shape)) for stem, name in masks.items()}
-    geometry = {"frame_length": 2 * bins, "hop": bins // 2, "window": "hann", "context": CONTEXT}
+    geometry = {"frame_length": 2 * bins, "hop": bins // 2, "window": "hann"}
     return graph.model(shape, stems, {**geometry, "stems": ",".join(stems), **metadata})

@@ -27,7 +27,10 @@ import weights
 import wrap
 
 
-UNET_CONTEXT = 32
+UNET_FRAMES = 512
+
+# Frames to see on both sides of a frame, where a call has four times as many. docs/models.md has what they bring.
+CONTEXT = {"mdx": 16, "openunmix": 32, "unet": 32}
 
 
 def stem_of(text):
@@ -44,7 +47,7 @@ def adapt_mdx(options):
     wrapping = wrap.Wrapping(
         length // 2, options.frames, swap=True, gain_out=gain, real_dc=True, invert=options.invert, names=stems
     )
-    metadata = {"frame_length": length, "hop": mdx.HOP, "window": "hann", "context": mdx.context(length)}
+    metadata = {"frame_length": length, "hop": mdx.HOP, "window": "hann"}
     return wrap.wrap(model, wrapping, metadata), (
         f"frames of {length} samples every {mdx.HOP}; times {gain:g}{', taken from the mix' if options.invert else ''}; "
         f"the stem is called '{stems[0]}'"
@@ -72,9 +75,9 @@ def adapt_unet(options):
     networks = unet_layouts.networks(read_all(options.models), options.stems)
     activation = options.activation or ("relu" if len(networks) < 3 else "elu")
     mask = options.mask or ("softmax" if len(networks) == 5 else "sigmoid")
-    metadata = {"frame_length": 4096, "hop": 1024, "window": "hann", "context": UNET_CONTEXT}
+    metadata = {"frame_length": 4096, "hop": 1024, "window": "hann"}
     above = options.above
-    model = unet.model(networks, options.frames or 256, metadata, activation=activation, mask=mask, above=above)
+    model = unet.model(networks, options.frames or UNET_FRAMES, metadata, activation=activation, mask=mask, above=above)
     return model, f"{', '.join(networks)}; activation {activation}, mask {mask}, above the network's bins: {above}"
 
 
@@ -159,6 +162,11 @@ def main():
         if os.path.exists(options.out) and any(file.exists() and os.path.samefile(file, options.out) for file in files):
             raise wrap.WrapError(f"{options.out}: would replace the original; name another file")
         model, assumed = options.function(options)
+        frames = wrap.dimensions(model.graph.output[0])[2]
+        if options.context and 2 * options.context >= frames:
+            raise wrap.WrapError(f"--context {options.context}: leaves none of the model's {frames} frames")
+        if options.family in CONTEXT:
+            options.context = options.context or min(CONTEXT[options.family], frames // 4)
         said = {key: getattr(options, key) for key in ("context", "sample_rate", "title", "licence", "source")}
         kept = {entry.key: entry.value for entry in model.metadata_props}
         onnx.helper.set_model_props(model, kept | {f"tavrin.{key}": str(v) for key, v in said.items() if v})

@@ -11,6 +11,11 @@ class Config(ctypes.Structure):
                 ("planar", c_int), ("latency", c_double), ("context", c_size_t)]
 
 
+class Options(ctypes.Structure):
+    _fields_ = [("struct_size", c_size_t), ("providers", c_void_p), ("provider_count", c_size_t), ("strict", c_int),
+                ("threads", c_size_t), ("key", c_void_p), ("key_size", c_size_t)]
+
+
 class Library:
     def __init__(self, path):
         self.library = ctypes.CDLL(str(path))
@@ -23,10 +28,11 @@ class Library:
         if self.library["tavrin_" + name](*arguments) != 0:
             raise RuntimeError(self.library.tavrin_last_error().decode())
 
-    def separate(self, model, audio, context=0, rest=False):
+    def separate(self, model, audio, context=0, rest=False, threads=0):
         """{stem: float [2, samples]} of audio [2, samples] and the model's bytes."""
         handle, separator, written = c_void_p(), c_void_p(), c_size_t()
-        self.call("model_create", model, c_size_t(len(model)), None, byref(handle))
+        options = Options(struct_size=ctypes.sizeof(Options), threads=threads)
+        self.call("model_create", model, c_size_t(len(model)), byref(options), byref(handle))
         config = Config(struct_size=ctypes.sizeof(Config), planar=1, rest=rest, context=context)
         try:
             self.call("separator_create", handle, byref(config), byref(separator))

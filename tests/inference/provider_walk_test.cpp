@@ -96,7 +96,7 @@ TEST(ProviderWalk, appendsCoreMlByItsOwnFunctionWhereThereIsOne) {
     dlclose(library);
 }
 
-TEST(ProviderWalk, appendsCoreMlWithACacheForMultiStemModels) {
+TEST(ProviderWalk, appendsCoreMlWithACacheForModelsOfSeveralStems) {
     standIn = {.available = {"CoreMLExecutionProvider"}};
     for (const char* name : {"LD_LIBRARY_PATH", "ADSP_LIBRARY_PATH"}) setenv(name, "-", 0);  // the stand-in notes them
     setenv("HOME", "/home/me", 1);
@@ -107,4 +107,9 @@ TEST(ProviderWalk, appendsCoreMlWithACacheForMultiStemModels) {
     for (const char* option : {" ModelFormat MLProgram ", " MLComputeUnits ALL ", " EnableOnSubgraphs 1 ",
                                " ModelCacheDirectory /home/me/Library/Caches/TavrinModelCache "})
         EXPECT_NE(standIn.arguments["append CoreML"].find(option), std::string::npos) << option;
+
+    // The one that is asked for comes first here, too.
+    standIn = {.available = {"CUDAExecutionProvider", "ROCmExecutionProvider"}};
+    InferenceONNX::createMultiStem(model.data(), model.size(), {}, {}, "ROCmExecutionProvider");
+    EXPECT_TRUE(standIn.calls.starts_with("env, append ROCm, session ROCm, append CUDA, ")) << standIn.calls;
 }
