@@ -18,8 +18,12 @@ PREFIX ?= /usr/local
 BUILD := build/$(PRESET)
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
+# A file's name is data, also one with $ or quotes in it: neither make nor a shell reads it.
+override SONG := $(value SONG)
+export SONG
 
-.PHONY: all setup build demo test wheel test-wheel test-arm64 bench stress fuzz install docs format check-format lint clean
+.PHONY: all setup setup-tests build demo test wheel test-wheel test-arm64 bench stress fuzz install docs format \
+	check-format lint clean
 .NOTPARALLEL:
 
 all: build
@@ -27,14 +31,27 @@ all: build
 setup:
 	@scripts/setup.sh
 
-$(BUILD)/CMakeCache.txt: | setup
-	cmake --preset $(PRESET)
+setup-tests: setup
+	@scripts/setup.sh tests
 
-build: setup $(BUILD)/CMakeCache.txt
+$(BUILD)/CMakeCache.txt: | setup
+	@mkdir -p $(BUILD)
+	@echo "make: configuring $(BUILD)"
+	@cmake --preset $(PRESET) -DTAVRIN_BUILD_TESTS=OFF >$(BUILD)/configure.log || { cat $(BUILD)/configure.log; rm -f $@; exit 1; }
+
+# The demo builds without the tests, and without what only they need.
+$(BUILD)/tests.configured: | setup-tests
+	@mkdir -p $(BUILD)
+	cmake --preset $(PRESET) -DTAVRIN_BUILD_TESTS=ON -UTAVRIN_BUILD_PYTHON
+	@touch $@
+
+build: setup-tests $(BUILD)/tests.configured
 	@cmake --build $(BUILD) --parallel $(JOBS)
 
-demo: build
-	@scripts/demo.sh $(BUILD) $(if $(SONG),"$(SONG)")
+demo: setup $(BUILD)/CMakeCache.txt
+	@echo "make: building the commands"
+	@cmake --build $(BUILD) --parallel $(JOBS) --target tavrin-separate tavrin-demo-audio >$(BUILD)/build.log 2>&1 || { cat $(BUILD)/build.log; exit 1; }
+	@scripts/demo.sh $(BUILD) "$$SONG"
 
 test: build
 	@ctest --test-dir $(BUILD) --output-on-failure --parallel $(JOBS)

@@ -1,36 +1,50 @@
 # What `cmake --install` installs beside the commands: library, headers, models, manual pages, and the packages for
-# CMake and pkg-config. The tree can be moved as a whole.
+# CMake and pkg-config. The tree can be moved as a whole. Components: runtime (what a program needs to run), development,
+# tools and models.
 include(CMakePackageConfigHelpers)
 set(_package "${CMAKE_INSTALL_LIBDIR}/cmake/tavrin")
 
-install(TARGETS tavrin_proc EXPORT tavrinTargets)
-install(EXPORT tavrinTargets NAMESPACE tavrin:: DESTINATION "${_package}")
+install(TARGETS tavrin_proc EXPORT tavrinTargets
+  RUNTIME COMPONENT runtime
+  LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
+  ARCHIVE COMPONENT development)
+install(EXPORT tavrinTargets NAMESPACE tavrin:: DESTINATION "${_package}" COMPONENT development)
 install(TARGETS tavrin_pipeline EXPORT tavrinPipelineTargets)
-install(EXPORT tavrinPipelineTargets NAMESPACE tavrin:: DESTINATION "${_package}")
+install(EXPORT tavrinPipelineTargets NAMESPACE tavrin:: DESTINATION "${_package}" COMPONENT development)
 
-install(DIRECTORY include/tavrin DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(DIRECTORY include/tavrin DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT development)
 # The engine's exported headers and what they include; the rest of src stays inside.
 set(_engine_headers
   dsp/fft_transformer.h dsp/window.h
   inference/inference.h inference/inference_onnx.h inference/profiler.h inference/stem_flags.h
-  pipeline/buffer_aggregator.h pipeline/chunk_processor.h pipeline/model_output.h
-  pipeline/post_processor.h pipeline/pre_processor.h
-  support/audio_view.h support/index_range.h support/tensor.h)
+  pipeline/buffer_aggregator.h pipeline/chunk_processor.h pipeline/model_window.h pipeline/overlap_add.h
+  pipeline/post_processor.h pipeline/pre_processor.h pipeline/sample_ring.h
+  dsp/row_loops.h support/index_range.h support/restrict.h support/tensor.h)
 foreach(_header IN LISTS _engine_headers)
   cmake_path(GET _header PARENT_PATH _folder)
-  install(FILES "src/${_header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin/${_folder}")
+  install(FILES "src/${_header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin/${_folder}" COMPONENT development)
 endforeach()
-install(DIRECTORY models/ DESTINATION "${CMAKE_INSTALL_DATADIR}/tavrin/models"
+install(DIRECTORY models/ DESTINATION "${CMAKE_INSTALL_DATADIR}/tavrin/models" COMPONENT models
   FILES_MATCHING PATTERN "*.onnx" PATTERN "*.md")
-file(GLOB _manual CONFIGURE_DEPENDS docs/man/*.1)
-install(FILES ${_manual} DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 
+# Beside the library, from where that loads it. Packages are built with DESTDIR set: they name the system's own runtime
+# as a dependency instead of bringing one.
 if(TAVRIN_INSTALL_RUNTIME AND UNIX AND NOT APPLE)
   file(REAL_PATH "${onnxruntime_LIBRARY}" _runtime)
-  install(FILES "${_runtime}" DESTINATION "${CMAKE_INSTALL_LIBDIR}" RENAME libonnxruntime.so.1)
   cmake_path(GET _runtime PARENT_PATH _runtime_folder)
   file(GLOB _providers "${_runtime_folder}/libonnxruntime_providers_*.so")  # the runtime loads them from its own folder
-  install(FILES ${_providers} DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+  cmake_path(IS_ABSOLUTE CMAKE_INSTALL_LIBDIR _is_absolute)
+  set(_into "${CMAKE_INSTALL_LIBDIR}")
+  if(NOT _is_absolute)
+    set(_into "\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}")
+  endif()
+  install(CODE "
+    if(\"${TAVRIN_INSTALL_RUNTIME}\" STREQUAL \"AUTO\" AND NOT \"\$ENV{DESTDIR}\" STREQUAL \"\")
+      message(STATUS \"DESTDIR is set: ONNX Runtime is not installed (-DTAVRIN_INSTALL_RUNTIME=ON does it)\")
+    else()
+      file(INSTALL \"${_runtime}\" DESTINATION \"${_into}\" RENAME libonnxruntime.so.1)
+      file(INSTALL ${_providers} DESTINATION \"${_into}\")
+    endif()" COMPONENT runtime)
 endif()
 
 # A shared library brings or finds what it needs; with a static one, the program is linked with it.
@@ -54,9 +68,12 @@ configure_package_config_file(cmake/tavrinConfig.cmake.in "${PROJECT_BINARY_DIR}
   INSTALL_DESTINATION "${_package}" PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_DATADIR)
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/tavrinConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/tavrinConfig.cmake" "${PROJECT_BINARY_DIR}/tavrinConfigVersion.cmake"
-  DESTINATION "${_package}")
+  DESTINATION "${_package}" COMPONENT development)
 
-file(RELATIVE_PATH _to_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
-string(REGEX REPLACE "/$" "" _to_prefix "${_to_prefix}")
+# Relative to the file itself where the folders lie below one prefix, so that the tree can be moved.
+file(RELATIVE_PATH _prefix_from_pc "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
+foreach(_folder IN ITEMS INCLUDEDIR LIBDIR DATADIR)
+  file(RELATIVE_PATH _pc_${_folder} "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_FULL_${_folder}}")
+endforeach()
 configure_file(cmake/tavrin.pc.in "${PROJECT_BINARY_DIR}/tavrin.pc" @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/tavrin.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+install(FILES "${PROJECT_BINARY_DIR}/tavrin.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)

@@ -1,16 +1,16 @@
 #!/usr/bin/python3
-"""Trains a very small PyTorch model on made sounds and exports it for this library: tones.onnx, which keeps tones and
-drops noise, and six.onnx, the same six times over, as a multi-stem model.
+"""Trains a very small PyTorch model on made sounds and exports it for this library: tones.onnx, which takes a mix apart
+into tones and noise.
 
-    apt-get install python3-torch && /usr/bin/python3 examples/export_pytorch.py
+    apt-get install python3-torch python3-onnx && /usr/bin/python3 examples/export_pytorch.py
 """
 
 import math
 
+import onnx
 import torch
 
 FRAME, HOP, FRAMES, BINS, RATE = 4096, 1024, 256, 2048, 44100
-STEMS = ["vocals", "drum", "bass", "piano", "acoustic_guitar", "electric_guitar"]
 
 
 def spectra(audio):
@@ -21,8 +21,11 @@ def spectra(audio):
     return planes.reshape(1, 4, -1, BINS)
 
 
-class Mask(torch.nn.Module):
-    """One gain between 0 and 1 per frame and bin, from the energies around it, for both channels."""
+class TonesAndNoise(torch.nn.Module):
+    """One gain between 0 and 1 per frame and bin, from the energies around it, for both channels; what the tones do not
+    get is noise."""
+
+    REACH = 4  # frames to either side that a frame's result hangs on: two for each of the two layers
 
     def __init__(self):
         super().__init__()
@@ -33,16 +36,8 @@ class Mask(torch.nn.Module):
 
     def forward(self, spectrum):
         energy = (spectrum * spectrum).sum(1, keepdim=True)
-        return spectrum * torch.sigmoid(self.layers(torch.log(energy + 1e-6) / 8))
-
-
-class SixStems(torch.nn.Module):
-    def __init__(self, models):
-        super().__init__()
-        self.models = torch.nn.ModuleList(models)
-
-    def forward(self, spectrum, *flags):
-        return tuple(model(spectrum) * flag.float() for model, flag in zip(self.models, flags))
+        tones = spectrum * torch.sigmoid(self.layers(torch.log(energy + 1e-6) / 8))
+        return tones, spectrum - tones
 
 
 def sounds(seconds=1.0):
@@ -60,7 +55,7 @@ def train(model, steps=100):
         tones, noise = sounds()
         first = 512 * (step % 4)  # a quarter of the bins at a time: the model is the same everywhere
         mix, wanted = (spectra(audio)[..., first:first + 512] for audio in (tones + noise, tones))
-        loss = (model(mix) - wanted).abs().mean()
+        loss = (model(mix)[0] - wanted).abs().mean()
         optimiser.zero_grad()
         loss.backward()
         optimiser.step()
@@ -68,16 +63,26 @@ def train(model, steps=100):
             print(f"step {step}: loss {loss.item():.3f}")
 
 
-def export(model, file, flags, outputs):
-    """Fixed dimensions, because no dynamic axes are named."""
-    inputs = (torch.zeros(1, 4, FRAMES, BINS), *(torch.ones(1, dtype=torch.bool) for _ in flags))
-    names = ["unified_input" if flags else "spectrum", *flags]
-    torch.onnx.export(model.eval(), inputs, file, input_names=names, output_names=outputs, opset_version=13)
+def export(model, file):
+    """Fixed dimensions, because no dynamic axes are named; then what the model says of itself."""
+    torch.onnx.export(model.eval(), torch.zeros(1, 4, FRAMES, BINS), file, input_names=["spectrum"],
+                      output_names=["tones", "noise"], opset_version=13)
+    exported = onnx.load(file)
+    onnx.helper.set_model_props(exported, {
+        "tavrin.frame_length": str(FRAME),
+        "tavrin.hop": str(HOP),
+        "tavrin.window": "blackman",
+        "tavrin.sample_rate": str(RATE),
+        "tavrin.context": str(model.REACH),
+        "tavrin.stems": "tones,noise",
+        "tavrin.title": "Tones and noise",
+        "tavrin.licence": "MIT",
+    })
+    onnx.save(exported, file)
 
 
 if __name__ == "__main__":
     torch.manual_seed(1)
-    model = Mask()
+    model = TonesAndNoise()
     train(model)
-    export(model, "tones.onnx", [], ["tones"])
-    export(SixStems([model] * 6), "six.onnx", [f"{s}_flag" for s in STEMS], [f"{s}_output" for s in STEMS])
+    export(model, "tones.onnx")

@@ -1,12 +1,12 @@
 """Reads a network's weights from what people have, as arrays by name, without running anything that the file says.
 
-    weights.load("vocals.pth")        a PyTorch checkpoint, of the zip format or the one before it; numpy arrays in it, too
+    weights.load("vocals.pth")        a PyTorch checkpoint, of the zip format or the one before it
     weights.load("vocals.safetensors")
     weights.load("vocals.npz")
     weights.load("vocals/")           a folder of .npy and .npz files
 
-A checkpoint is a pickled program. It is run by an interpreter of its own that knows tensors and the containers around
-them; whatever else it asks for is refused by name. Needs numpy alone.
+A checkpoint is a pickled program. It is run by an interpreter of its own that knows tensors, NumPy's arrays and the
+containers around them; whatever else it asks for is refused by name. Needs numpy alone.
 """
 
 from dataclasses import dataclass
@@ -15,6 +15,7 @@ import json
 import math
 from pathlib import Path
 import pickletools
+import re
 import struct
 import zipfile
 
@@ -118,7 +119,7 @@ def _safetensors(data):
     end = 8 + int.from_bytes(data[:8], "little")
     body = memoryview(data)[end:]
     types = {"F64": "<f8", "F32": "<f4", "F16": "<f2", "BF16": BFLOAT16, "I64": "<i8", "I32": "<i4", "I16": "<i2",
-             "I8": "i1", "U8": "u1", "BOOL": "?"}  # fmt: skip
+             "I8": "i1", "U8": "u1", "BOOL": "?"}
     entries = {name: entry for name, entry in json.loads(data[8:end]).items() if name != "__metadata__"}
     if sum(len(body[slice(*entry["data_offsets"])]) for entry in entries.values()) > len(body):
         raise WeightsError("has tensors that overlap")
@@ -141,12 +142,15 @@ def _tensors(checkpoint):
     if isinstance(checkpoint, dict):
         checkpoint = next((checkpoint[key] for key in STATE if isinstance(checkpoint.get(key), dict)), checkpoint)
     found = {}
-    work, seen = [("", checkpoint, 0)], 0
+    work, seen, size = [("", checkpoint, 0)], 0, 0
     while work:
         name, value, depth = work.pop()
         seen += 1
-        if isinstance(value, (_Tensor, _PickledArray)):
+        if isinstance(value, (_Tensor, _Array)):
             found[name] = value.array()
+            size += found[name].nbytes
+            if size > MOST_BYTES:
+                raise WeightsError("holds more than 2 GiB, which no ONNX file can")
         elif isinstance(value, dict):
             if depth == DEEPEST or seen + len(value) > MOST_ENTRIES:
                 raise WeightsError(f"has dictionaries nested deeper than {DEEPEST}, or more than {MOST_ENTRIES} entries")
@@ -191,35 +195,35 @@ class _Tensor:
         return numpy.lib.stride_tricks.as_strided(elements[self.offset :], self.shape, strides, writeable=False)
 
 
-class _PickledArray:
-    """A numpy array in a checkpoint; its state comes after it: version, shape, element type, Fortran order, bytes."""
+@dataclass
+class _ElementType:
+    """numpy.dtype: its text, and an order of bytes that is told later."""
 
-    def __init__(self, *_):
-        self.state = None
+    text: str
+    order: str = "="
 
-    def array(self):
-        if self.state is None:
-            raise WeightsError("has an array without data; the file is damaged")
-        _, shape, kind, fortran, data = self.state
-        if type(kind) is not _PickledType or not isinstance(data, bytes):
-            raise WeightsError("has an array of no known type")
-        return numpy.frombuffer(data, kind.dtype()).reshape(shape, order="F" if fortran else "C")
-
-
-class _PickledType:
-    """The element type of such an array; its state's second entry is the byte order."""
-
-    def __init__(self, kind, *_):
-        self.kind, self.state = kind, (3, "|")
+    def build(self, state):
+        self.order = state[1]
 
     def dtype(self):
-        if self.kind not in ("f8", "f4", "f2", "i8", "i4", "i2", "i1", "u1", "b1") or self.state[1] not in ("<", "|"):
-            raise WeightsError(f"has elements of type {str(self.state[1])[:8]}{str(self.kind)[:20]}")
-        return numpy.dtype("<" + self.kind)
+        if re.fullmatch("[fiu][1248]|b1", self.text) is None or self.order not in "<>=|":
+            raise WeightsError(f"has arrays of {self.text[:20]}, which are no real numbers")
+        return numpy.dtype(self.text).newbyteorder(self.order)
+
+
+class _Array:
+    """numpy.ndarray: empty when it is made, and filled by the next operation."""
+
+    def build(self, state):
+        self.shape, self.type, self.columns_first, self.data = state[1:5]
+
+    def array(self):
+        data = self.data.encode("latin1") if isinstance(self.data, str) else self.data
+        return numpy.frombuffer(data, self.type.dtype()).reshape(self.shape, order="F" if self.columns_first else "C")
 
 
 STORAGES = {"Double": "<f8", "Float": "<f4", "Half": "<f2", "BFloat16": BFLOAT16, "Long": "<i8", "Int": "<i4",
-            "Short": "<i2", "Char": "i1", "Byte": "u1", "Bool": "?"}  # fmt: skip
+            "Short": "<i2", "Char": "i1", "Byte": "u1", "Bool": "?"}
 
 # All that a checkpoint may name: what to call, or the element type for which a storage's class stands.
 ALLOWED = {
@@ -228,12 +232,12 @@ ALLOWED = {
     "torch._utils._rebuild_tensor": lambda *view: _Tensor(*view),
     "torch._utils._rebuild_tensor_v2": lambda *view: _Tensor(*view[:4]),
     "torch._utils._rebuild_parameter": lambda tensor, *_: tensor,
+    **{f"numpy.{core}.multiarray._reconstruct": lambda *_: _Array() for core in ("core", "_core")},
+    **{f"numpy.{core}.multiarray.scalar": lambda *_: None for core in ("core", "_core")},
+    "numpy.ndarray": None,
+    "numpy.dtype": lambda text, *_: _ElementType(text),
+    "_codecs.encode": lambda text, encoding: text,  # bytes as text; only arrays have them, and they are Latin-1
     **{f"torch.{name}Storage": kind for name, kind in STORAGES.items()},
-    "_codecs.encode": lambda text, _encoding: text.encode("latin1"),  # how older pickles write bytes
-    "numpy.core.multiarray._reconstruct": _PickledArray,
-    "numpy._core.multiarray._reconstruct": _PickledArray,
-    "numpy.ndarray": "ndarray",
-    "numpy.dtype": _PickledType,
 }
 MARK = object()
 
@@ -258,7 +262,7 @@ class _Program:
                 "BININT" | "BININT1" | "BININT2" | "INT" | "LONG" | "LONG1" | "LONG4" | "FLOAT" | "BINFLOAT"
                 | "BINUNICODE" | "BINUNICODE8" | "SHORT_BINUNICODE" | "BINSTRING" | "SHORT_BINSTRING"
                 | "BINBYTES" | "SHORT_BINBYTES"
-            ):  # fmt: skip
+            ):
                 push(argument)
             case "MARK":
                 push(MARK)
@@ -295,10 +299,10 @@ class _Program:
             case "REDUCE":
                 arguments, function = pop(), pop()
                 push(function(*arguments))
-            case "BUILD":  # an array's contents; of others attributes, such as a state dict's versions: not needed
+            case "BUILD":  # what a state dict has beside its tensors, such as versions, is not needed
                 state = pop()
-                if isinstance(self.stack[-1], (_PickledArray, _PickledType)):
-                    self.stack[-1].state = state
+                if isinstance(self.stack[-1], (_Array, _ElementType)):
+                    self.stack[-1].build(state)
             case "BINPERSID":
                 push(self.storage(*pop()))
             case _:

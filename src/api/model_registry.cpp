@@ -11,19 +11,14 @@ std::map<std::string, std::shared_ptr<IInference>> inferenceInstances;
 
 namespace tavrin {
 
-void registerModel(const std::string& tag, const ModelData& model) {
+bool initializeModel(const std::string& tag, const ModelData& model) try {
     setUpLogging();
-    // Before the table is touched: a failure leaves it as it was.
     std::shared_ptr<IInference> inference;
     {
         const PlainBytes bytes(model);
         inference = InferenceONNX::create(bytes.data(), bytes.size(), "");
     }
-    inferenceInstances[tag] = std::move(inference);
-}
-
-bool initializeModel(const std::string& tag, const ModelData& model) try {
-    registerModel(tag, model);
+    inferenceInstances[tag] = std::move(inference);  // last: a failure leaves the table as it was
     return true;
 } catch (...) {
     return false;  // what the back-end could not load, it has logged

@@ -7,14 +7,6 @@
 #include <string>
 
 #include "inference/inference.h"
-#include "tavrin/tavrin_proc.h"
 
 /// Loaded models by tag. No lock: the host serialises registry calls and the construction of streams.
 extern std::map<std::string, std::shared_ptr<IInference>> inferenceInstances;
-
-namespace tavrin {
-
-/// initializeModel(), with the reason when it fails. @throws whatever the load throws; the table is as it was.
-void registerModel(const std::string& tag, const ModelData& model);
-
-}  // namespace tavrin

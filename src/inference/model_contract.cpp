@@ -80,8 +80,8 @@ private:
     void judgeFile() {
         if (!_model.file.whole) complain("it is no ONNX model, or only a part of one; a scrambled model needs its key");
         for (const auto& [file, outside] : _model.file.outside)
-            complain("the numbers of " + std::to_string(outside.tensors) + " of its tensors, of " +
-                     quoted(outside.first) + " first, lie in another file, " + quoted(file) +
+            complain("it keeps " + std::to_string(outside.tensors) + " of its tensors, " + quoted(outside.first) +
+                     " first, in another file, " + quoted(file) +
                      "; a model is one file: docs/model-contract.md names a script that brings them in");
     }
 
@@ -270,11 +270,12 @@ bool hasStemFlags(const ModelSignature& model) {
 
 Verdict judge(const ModelDescription& model) { return Judge(model).judge(); }
 
-std::string loadAdvice(const OnnxFile& file) {
+std::string loadProblem(const OnnxFile& file, std::string message) {
+    message.resize(message.find_last_not_of(" \n") + 1);
     const auto standard = file.opsets.find("");
     const std::int64_t opset = standard == file.opsets.end() ? 0 : standard->second;
-    if (file.irVersion <= kSupportedIr && opset <= kSupportedOpset) return {};
-    return "; the model has IR version " + std::to_string(file.irVersion) + " and operator set " +
+    if (file.irVersion <= kSupportedIr && opset <= kSupportedOpset) return message;
+    return message + "; the model has IR version " + std::to_string(file.irVersion) + " and operator set " +
            std::to_string(opset) + ", every runtime that this library takes reads those up to " +
            std::to_string(kSupportedIr) + " and " + std::to_string(kSupportedOpset) + ": export it for these";
 }

@@ -85,7 +85,7 @@ struct Verdict {
 /// Judges a model, by its file alone as long as there is no signature: a file that has problems is not to be loaded.
 Verdict judge(const ModelDescription& model);
 
-/// What to add to the runtime's message when it could not load a model; empty when there is nothing to say.
-std::string loadAdvice(const OnnxFile& file);
+/// Why the runtime could not load a model: its message, and what to do where the file is newer than runtimes are.
+std::string loadProblem(const OnnxFile& file, std::string message);
 
 }  // namespace tavrin

@@ -65,7 +65,7 @@ OnnxModel::OnnxModel(const void* data, std::size_t size, const ProviderWish& wis
     try {
         _chosen = chooseSession(*_environment, data, size, wish);
     } catch (const Ort::Exception& failure) {
-        throw std::runtime_error("the model cannot be loaded: " + (failure.what() + loadAdvice(model.file)));
+        throw std::runtime_error("the model cannot be loaded: " + loadProblem(model.file, failure.what()));
     }
     model.signature = readSignature(*_chosen.session);
     Verdict verdict = judge(model);

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "models/model_bytes.h"
+#include "support/fake_spectral_model.h"
 #include "support/signals.h"
 
 namespace {
@@ -105,22 +106,67 @@ TEST(Separator, refusesWhatItCannotServeAndChangesNothing) {
     EXPECT_THROW(separator.select({"bass"}), std::invalid_argument);
     EXPECT_THROW(separator.process({1.0f}), std::invalid_argument);
     EXPECT_THROW(separator.process(nullptr, 1, nullptr, 0), std::invalid_argument);
+    const std::vector<float> song(300000);
+    std::vector<float> room(600000);
+    Separator planar(model, {{"vocals"}, false, Layout::planar});
+    for (const bool isNull : {true, false}) {  // the right channel of the input, or of the output
+        const float* const input[] = {song.data(), isNull ? nullptr : song.data()};
+        float* const outputs[] = {room.data(), isNull ? room.data() + 300000 : nullptr};
+        EXPECT_THROW(planar.process(input, 300000, outputs, 300000), std::invalid_argument);
+    }
+    const float* const input[] = {song.data(), song.data()};
+    float* const outputs[] = {room.data(), room.data() + 300000};
+    EXPECT_THROW(planar.process(input, 300000, outputs, planar.outputFor(300000) - 1), std::invalid_argument);
+    EXPECT_EQ(planar.pending(), 0u);
     EXPECT_EQ(separator.process({1.0f, 1.0f}).front().size(), 0u);
     EXPECT_EQ(separator.finish().front().size(), 2u);
 }
 
-TEST(Separator, turnsAFailedModelCallIntoAnExceptionAndSilence) {
-    Separator separator(load("failing.onnx"), {});
-    std::vector<float> song(2 * 300000, 0.1f), out(song.size(), 9.0f);
-    const float* const input[] = {song.data()};
-    float* const outputs[] = {out.data()};
+TEST(Separator, turnsAFailedModelCallIntoAnExceptionAndSilenceInEveryOutput) {
+    Separator real(load("failing.onnx"), {});
     const std::string message =
-        messageOf<std::runtime_error>([&] { separator.process(input, 300000, outputs, 300000); });
+        messageOf<std::runtime_error>([&] { real.process(std::vector<float>(2 * 300000, 0.1f)); });
     EXPECT_NE(message.find("out of data bounds"), std::string::npos) << message;
-    EXPECT_EQ(std::count(out.begin(), out.end(), 0.0f), 2 * (254 * 1024 - 4096));
-    EXPECT_THROW(separator.process({}), std::logic_error);
-    separator.reset();
-    EXPECT_NO_THROW(separator.process({}));
+
+    int calls = 0;
+    const auto failsInTheEnd = [&](const float* in, float* const* out) {
+        passOn(2, 4 * 9 * 32)(in, out);
+        if (++calls % 5 == 0) throw std::runtime_error("no more");
+    };
+    Separator separator(fakeModel(failsInTheEnd, 2, 64, 16, 9), {{}, true, Layout::planar});
+    const auto song = noise(2 * 1000, 1);
+    for (const bool atTheEnd : {false, true}) {
+        const size_t taken = atTheEnd ? 272 : 1000, given = separator.outputFor(taken);  // the latter in five calls
+        std::vector<float> room(6 * 1000, 9.0f);
+        float* outputs[6];
+        for (size_t o = 0; o < 6; ++o) outputs[o] = &room[o * 1000];
+        const float* const input[] = {song.data(), song.data() + 1000};
+        size_t silent = given;
+        const auto failing = [&] {
+            separator.process(input, taken, outputs, 1000);
+            silent = separator.pending();
+            separator.finish(outputs, silent);
+        };
+        EXPECT_EQ(messageOf<std::runtime_error>(failing), "no more");
+        for (const float* output : outputs) EXPECT_EQ(std::count(output, output + 1000, 0.0f), ptrdiff_t(silent));
+        EXPECT_THROW(separator.process({}), std::logic_error);
+        EXPECT_THROW(separator.finish(), std::logic_error);
+        separator.reset();
+        EXPECT_EQ(separator.pending(), 0u);
+    }
+}
+
+TEST(Separator, followsTheWindowTheContextAndTheRateOfItsModel) {
+    for (const std::string window : {"hann", "blackman"}) {
+        float steady = 0.0f;  // the DC of a frame of ones: the window's sum
+        const Model model =
+            fakeModel([&](const float* in, float* const* out) { steady = in[8 * 32], passOn(1, 4 * 9 * 32)(in, out); },
+                      1, 64, 16, 9, window.c_str());
+        Separator separator(model, {{}, false, Layout::interleaved, 0.003});  // 144 samples
+        EXPECT_EQ(separator.latency(), 143u);
+        separator.process(std::vector<float>(2 * 1000, 1.0f));
+        EXPECT_NEAR(steady, window == "hann" ? 32.0f : 0.42f * 64, 1e-4);
+    }
 }
 
 }  // namespace

@@ -88,6 +88,7 @@ TEST(FftTransformer, refusesWhatTheLibraryWouldStopTheProcessFor) {
     for (const size_t length : {size_t{0}, size_t{16}, size_t{100}, size_t{32 * 7}, size_t{1} << 40})
         EXPECT_THROW(PFFFTTransformer(length, false), std::invalid_argument) << length;
     EXPECT_THROW(PFFFTTransformer(64, true).backward(noiseRows(1, 64)), std::invalid_argument);
+    EXPECT_EQ(PFFFTTransformer(64, false).forward(noiseRows(0, 7)).shape(), (std::array<size_t, 2>{0, 7}));
 }
 
 }  // namespace

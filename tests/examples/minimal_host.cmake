@@ -1,5 +1,5 @@
 # Runs the minimal host on 15 000 stereo samples and looks for as many in its output; then without a model.
-string(REPEAT "tune" 30000 song)  # as a float, each is a large but ordinary number
+string(REPEAT "tun>" 30000 song)  # as a float, each is 0.23
 file(WRITE song.f32 "${song}")
 execute_process(COMMAND "${HOST}" "${MODEL}" song.f32 stem.f32 COMMAND_ERROR_IS_FATAL ANY)
 file(SIZE stem.f32 size)

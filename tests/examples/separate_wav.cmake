@@ -22,6 +22,6 @@ execute_process(COMMAND "${PYTHON}" "${SCRIPT}" "${LIBRARY}" "${MODEL}" song.wav
 execute_process(COMMAND "${PYTHON}" check_stem.py COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND "${PYTHON}" "${SCRIPT}" "${LIBRARY}" song.wav song.wav stem.wav
   RESULT_VARIABLE result ERROR_VARIABLE said)
-if(NOT result EQUAL 1 OR NOT said MATCHES "separate_wav.py: .*rotobuf")
+if(NOT result EQUAL 1 OR NOT said MATCHES "separate_wav.py: .*ONNX model")
   message(FATAL_ERROR "exit code ${result} without a model: ${said}")
 endif()

@@ -89,7 +89,7 @@ TEST(Model, throwsWhatHostsKnow) {
     for (size_t i = 0; i < bytes.size(); ++i) scrambled[i] ^= static_cast<std::uint8_t>(key[i % key.size()]);
     EXPECT_EQ(tavrin::Model({scrambled.data(), bytes.size(), &key}).info().frames, 8U);
     EXPECT_THROW(tavrin::Model({scrambled.data(), UINT64_MAX, &key}), std::bad_alloc);
-    EXPECT_THROW(tavrin::Model({nullptr, 7}), std::invalid_argument);
+    EXPECT_THROW(tavrin::Model(tavrin::ModelData{nullptr, 7}), std::invalid_argument);
     EXPECT_THROW(tavrin::Model({bytes.data(), bytes.size()}, {{}, true, 0}), std::invalid_argument);
     EXPECT_THROW(tavrin::Model({bytes.data(), bytes.size()}, {{}, false, 1025}), std::invalid_argument);
 }

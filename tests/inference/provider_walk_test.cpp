@@ -107,4 +107,9 @@ TEST(ProviderWalk, appendsCoreMlWithACacheForMultiStemModels) {
     for (const char* option : {" ModelFormat MLProgram ", " MLComputeUnits ALL ", " EnableOnSubgraphs 1 ",
                                " ModelCacheDirectory /home/me/Library/Caches/TavrinModelCache "})
         EXPECT_NE(standIn.arguments["append CoreML"].find(option), std::string::npos) << option;
+
+    // The one that is asked for comes first here, too.
+    standIn = {.available = {"CUDAExecutionProvider", "ROCmExecutionProvider"}};
+    InferenceONNX::createMultiStem(model.data(), model.size(), {}, {}, "ROCmExecutionProvider");
+    EXPECT_TRUE(standIn.calls.starts_with("env, append ROCm, session ROCm, append CUDA, ")) << standIn.calls;
 }

@@ -75,6 +75,14 @@ write("described", [helper.make_node("Mul", ["spectrum", gain], [output])
                 "tavrin.sample_rate": "48000", "tavrin.context": "2", "tavrin.stems": "voice, band",
                 "tavrin.title": "Halves", "tavrin.licence": "MIT", "tavrin.source": "made here"})
 
+# As many stems as a model of this kind may have, and nothing of it usual: each is a power of two quieter than the one before.
+EIGHT = ["voice", "choir", "drums", "bass", "piano", "guitar", "strings", "wind"]
+write("eight_stems", [helper.make_node("Mul", ["spectrum", f"gain{i}"], [stem]) for i, stem in enumerate(EIGHT)],
+      [1, 4, 40, 700], outputs=EIGHT,
+      constants=[(f"gain{i}", numpy.array([0.5 ** (i + 1)], numpy.float32)) for i in range(len(EIGHT))],
+      metadata={"tavrin.frame_length": "2048", "tavrin.hop": "512", "tavrin.window": "hann",
+                "tavrin.sample_rate": "48000", "tavrin.context": "3"})
+
 # Its output is a sequence, which has no dimensions to ask for.
 graph = helper.make_graph([helper.make_node("SequenceConstruct", ["spectrum"], ["separated"])], "no_tensor",
                           [helper.make_tensor_value_info("spectrum", TensorProto.FLOAT, CONTRACT)],

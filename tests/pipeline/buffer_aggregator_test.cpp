@@ -57,4 +57,15 @@ TEST(BufferAggregator, answersOddlyWhenEmpty) {
     EXPECT_TRUE(queue.canReturn(0));
 }
 
+TEST(BufferAggregator, canBeAskedAnythingAfterAMove) {
+    BufferAggregator queue(2, 4, 1);
+    queue.add(counting(3, 0.0f));
+    BufferAggregator taken(std::move(queue));
+    EXPECT_EQ(taken.get(0, 0), counting(3, 0.0f));
+    EXPECT_EQ(queue.length() + queue.capacity() + queue.get(0, 0).dimension() + queue.flush().size(), 0u);
+    EXPECT_THROW(queue.add(counting(1, 0.0f)), std::invalid_argument);
+    queue = std::move(taken);
+    EXPECT_TRUE(queue.canAccept(4));
+}
+
 }  // namespace

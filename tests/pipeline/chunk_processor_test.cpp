@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 
+#include "dsp/window.h"
 #include "support/fake_inference.h"
 #include "support/log_capture.h"
 #include "support/signals.h"
@@ -62,6 +63,41 @@ TEST(ChunkProcessor, givesEveryStreamBackInPlaceAndStemAndRestMakeTheInput) {
     }
 }
 
+// What the model sees of a stream's only block, or of its first one, against the frames of the block as it must be.
+TEST(ChunkProcessor, mirrorsTheEndsOfAStreamAndContinuesAShortOneWithZeros) {
+    const auto noting = [](std::vector<float>& to) {
+        return std::make_shared<FakeInference>([&to](const float* in, auto&, const Shape& shape) {
+            to.assign(in, in + shape.channels * shape.frames * shape.bins);
+            return false;
+        });
+    };
+    const std::vector<float> coefficients = getWindow(WindowType::Blackman, int(kFrame));
+    xt::xarray<float> window({kFrame}, 0.0f);
+    std::copy(coefficients.begin(), coefficients.end(), window.begin());
+    // Nine frames make a first block of 64 samples, of which 63 can be mirrored.
+    for (const auto& [length, frames, eof] : {std::tuple{1, 16, true},
+                                              {5, 16, true},
+                                              {63, 16, true},
+                                              {64, 16, true},
+                                              {65, 16, true},
+                                              {100, 16, true},
+                                              {64, 9, false}}) {
+        std::vector<float> seen, expected;
+        const auto song = noise(size_t(2 * length), 7);
+        const long end = eof ? length + 64 + (16 - length % 16) % 16 : length, left = std::min(end - 1, 64L);
+        auto padded = xt::xarray<float>::from_shape({2, size_t(left + end)});
+        for (long k = -left; k < end; ++k)
+            for (long c = 0; c < 2; ++c) {
+                const long from = std::abs(k) < length ? std::abs(k) : 2 * (length - 1) - std::abs(k);
+                padded(c, k + left) = from < 0 ? 0.0f : song[size_t(c * length + from)];
+            }
+        ChunkProcessor(noting(seen), 2, kFrame, kHop, 0, size_t(frames), false)
+            .process(part(song, 0, size_t(length)), eof);
+        PreProcessor(2, kFrame, kHop, window, noting(expected), size_t(frames), true, 1).process(padded, eof);
+        EXPECT_EQ(seen, expected) << length;
+    }
+}
+
 TEST(ChunkProcessor, keepsItsCountsOnAndOffTheGridOfHops) {
     ChunkProcessor onGrid = makeFull(), tenThousands = makeFull(), emptied = makeFull(), single = makeFull();
     EXPECT_EQ(onGrid.maxInputSize(), 257024u);
@@ -83,6 +119,9 @@ TEST(ChunkProcessor, refusesWhatItCannotTakeAndChangesNothing) {
         EXPECT_NE(std::string(refused.what()).find("259 new frames, a model call has 256"), std::string::npos);
     }
     EXPECT_THROW(processor.process(xt::xarray<float>({2, 600000}, 0.0f), false), std::runtime_error);
+    // Twice a block fits.
+    EXPECT_THROW(makeFull().process(xt::xarray<float>({2, 514049}, 0.0f), false), std::runtime_error);
+    EXPECT_NO_THROW(makeFull().process(xt::xarray<float>({2, 514048}, 0.0f), false));
     EXPECT_EQ(outputOf(processor, {127024}), 257024u);
     EXPECT_THROW(ChunkProcessor(nullptr, 2, kFrame, kHop, 0, 5, false), std::invalid_argument);
 }
@@ -108,18 +147,28 @@ TEST(ChunkProcessor, leavesDenormalNumbersToTheModelAndTheHost) {
         volatile float tiny = 1e-39f;
         return tiny * 1.0f != 0.0f;
     };
-    bool inModel = false;
-    ChunkProcessor processor = makeSmall([&](auto&&...) { return inModel = hasDenormals(); });
-    processor.process(xt::xarray<float>({2, 100}, 1e-39f), true);
+    bool inModel = false, isSilence = false;
+    ChunkProcessor processor = makeSmall([&](const float* in, auto& out, const Shape& shape) {
+        const size_t size = shape.channels * shape.frames * shape.bins;
+        isSilence = size_t(std::count(in, in + size, 0.0f)) == size;
+        std::fill_n(out[0], size, 1e-39f);
+        return inModel = hasDenormals();
+    });
+    const auto result = processor.process(xt::xarray<float>({2, 100}, 1e-39f), true);
     EXPECT_TRUE(inModel && hasDenormals());
+    EXPECT_TRUE(isSilence) << "and to nobody else";
+    EXPECT_EQ(std::count(result.begin(), result.end(), 0.0f), 200);
 }
 
 TEST(ChunkProcessor, logsWhatItDoes) {
     ChunkProcessor processor = makeSmall();
-    LogCapture log(plog::debug);
+    LogCapture log;
     processor.process(xt::xarray<float>({2, 16}, 1.1f), false);
     processor.process(xt::xarray<float>({2, 16}, 1.5f), true);
     std::string own;
+    ptrdiff_t asked = 0;  // whether the queue can take a block: once a call
+    for (const auto& line : log.lines) asked += line.text.starts_with("Can accept check");
+    EXPECT_EQ(asked, 2);
     for (const auto& line : log.lines)
         if (line.function == "ChunkProcessor::process")
             own += plog::severityToString(line.severity) + (' ' + line.text) + '\n';

@@ -40,10 +40,11 @@ FakeSpectralModel::Model neighbours(size_t frames, size_t bins, size_t reach) {
 
 PlainSpectra neighboursOfAll(const PlainSpectra& in, size_t reach) {
     PlainSpectra out = in;
-    for (size_t f = 0; f < in.size(); ++f)
-        for (size_t k = 0; k < in[f].size(); ++k)
-            out[f][k] = 0.5 * in[f][k] + 0.3 * (f >= reach ? in[f - reach][k] : 0.0) -
-                        0.2 * (f + reach < in.size() ? in[f + reach][k] : 0.0);
+    for (size_t c = 0; c < 2; ++c)
+        for (size_t f = 0; f < in[c].size(); ++f)
+            for (size_t k = 0; k < in[c][f].size(); ++k)
+                out[c][f][k] = 0.5 * in[c][f][k] + 0.3 * (f >= reach ? in[c][f - reach][k] : 0.0) -
+                               0.2 * (f + reach < in[c].size() ? in[c][f + reach][k] : 0.0);
     return out;
 }
 
@@ -102,17 +103,14 @@ TEST(StreamEngine, givesWhatAPlainComputationOverTheWholeStreamGives) {
                     ASSERT_EQ(stream(engine, small, song, [&] { return random() % (1 + random() % (3 * h)); }), whole)
                         << hop << ' ' << context << ' ' << step << ' ' << length;
                     engine.reset();
-                    for (size_t c = 0; c < 2; ++c) {
-                        const auto from = song.begin() + ptrdiff_t(c * length);
-                        const auto plain =
-                            separatePlainly({from, from + ptrdiff_t(length)}, {h, small.bins, small.window},
-                                            [&](const PlainSpectra& all) { return neighboursOfAll(all, context); });
-                        for (size_t i = 0; i < length; ++i) {  // stems b and a, and the rest
-                            const float a = whole[c * length + i], b = whole[(2 + c) * length + i];
-                            ASSERT_NEAR(b, plain[i], 4e-5)
-                                << hop << ' ' << context << ' ' << step << ' ' << length << ' ' << i;
-                            ASSERT_NEAR(whole[(4 + c) * length + i], song[c * length + i] - a - b, 2.5e-7);
-                        }
+                    const auto plain =
+                        separatePlainly(song, {h, small.bins, small.window},
+                                        [&](const PlainSpectra& all) { return neighboursOfAll(all, context); });
+                    for (size_t i = 0; i < 2 * length; ++i) {  // stems b and a, and the rest
+                        const float a = whole[i], b = whole[2 * length + i];
+                        ASSERT_NEAR(b, plain[i], 4e-5)
+                            << hop << ' ' << context << ' ' << step << ' ' << length << ' ' << i;
+                        ASSERT_NEAR(whole[4 * length + i], song[i] - a - b, 2.5e-7);
                     }
                 }
             }
@@ -178,18 +176,46 @@ TEST(StreamEngine, takesBrokenInputForSilenceAndRefusesBrokenOutput) {
     song[301] = -INFINITY;
     EXPECT_EQ(stream(engine, small, song, cut), clean);
 
-    FakeSpectralModel silence([](const float*, float* const* outputs) {
-        std::fill_n(outputs[0], 4 * 7 * 16, 0.0f);
-        std::fill_n(outputs[1], 4 * 7 * 16, 0.0f);
-        outputs[0][5 * 16 + 2] = 0.0f / std::abs(outputs[1][0]);
+    // Whichever stem and channel it is in. The twentieth call is the first one to give frame 39, from 280 ms on.
+    for (const size_t output : {0U, 1U})
+        for (const size_t plane : {0U, 3U}) {
+            int calls = 0;
+            FakeSpectralModel dividing([&](const float*, float* const* outputs) {
+                for (size_t stem : {0U, 1U}) std::fill_n(outputs[stem], 4 * 7 * 16, 0.0f);
+                if (++calls == 20) outputs[output][(plane * 7 + 5) * 16 + 2] = output == 0 ? NAN : INFINITY;
+            });
+            StreamEngine broken(dividing, small);
+            try {
+                stream(broken, small, noise(1200, 1), cut);
+                FAIL();
+            } catch (const std::runtime_error& refused) {
+                EXPECT_NE(std::string(refused.what()).find(output == 0 ? "'b' at 0.280 s" : "'a' at 0.280 s"),
+                          std::string::npos)
+                    << refused.what();
+            }
+        }
+}
+
+TEST(StreamEngine, asksTheModelForWhatIsWantedAndKeepsTheChoiceThroughAReset) {
+    const StreamPlan small = plan(8, 7, 1, 2);
+    std::string asked;
+    FakeSpectralModel model([&](const float*, float* const* outputs) {
+        for (size_t stem : {0U, 1U})
+            if (outputs[stem]) std::fill_n(outputs[stem], 4 * 7 * 16, 0.0f), asked += stem == 0 ? 'b' : 'a';
     });
-    StreamEngine broken(silence, small);
-    try {
-        stream(broken, small, song, cut);
-        FAIL();
-    } catch (const std::runtime_error& refused) {
-        EXPECT_NE(std::string(refused.what()).find("not finite for 'b' at 0.0"), std::string::npos) << refused.what();
+    StreamEngine engine(model, small);
+    const auto song = noise(400, 1), silence = std::vector<float>(800);
+    for (int round = 0; round < 2; ++round, engine.reset()) {
+        engine.select({false, false});
+        if (round == 1) engine.reset();
+        const auto out = stream(engine, small, song, [] { return size_t{64}; });
+        EXPECT_TRUE(std::equal(silence.begin(), silence.end(), out.begin()));
+        EXPECT_TRUE(std::equal(song.begin(), song.end(), out.begin() + 800));  // the rest
     }
+    EXPECT_EQ(model.calls, 0);
+    engine.select({true, false});
+    stream(engine, small, noise(2 * 30, 1), [] { return size_t{30}; });
+    EXPECT_EQ(asked, "aaaa");
 }
 
 }  // namespace

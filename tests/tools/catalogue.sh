@@ -35,14 +35,14 @@ find ./* -name '*.wav' | sort >songs.txt
 
 run 2>messages &
 readonly engine=$!
-until [ -s results/a/long/.rest.wav.part ]; do
+until [ -s results/a/long/.passthrough.rest.wav.part ]; do
     kill -0 "$engine" || fail "the long song is never in the middle: $(cat messages)"
     sleep 0.02
 done
 kill -KILL "$(awk '/a\/long/ { print $1 }' starts)"
 ! wait "$engine" || fail "the broken song did not count as a failure"
 expect 4 songs.jsonl '"done"'
-expect 1 songs.jsonl 'bad.wav.*"failed"'
+expect 1 songs.jsonl '"failed".*bad.wav'
 expect 2 starts 'a/long'
 expect 7 starts .
 
@@ -54,6 +54,6 @@ run
 expect 6 songs.jsonl '"done"'
 expect 0 songs.jsonl '"skipped"'
 expect 9 starts .
-[ "$(find results -type f | wc -l)" = 12 ] || fail "not 12 results: $(find results)"
+[ "$(find results -type f | wc -l)" = 18 ] || fail "not 18 results and records: $(find results)"
 run
 expect 9 starts .

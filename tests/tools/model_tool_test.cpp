@@ -1,13 +1,6 @@
 // tavrin-model, the shipped models and the script that wraps others, as their users run them.
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <sndfile.hh>
-
+#include "command.h"
 #include "inference/inference_onnx.h"
 #include "support/signals.h"
 #include "tavrin/tavrin_proc.h"
@@ -16,26 +9,14 @@ namespace {
 
 const std::string models = TAVRIN_TEST_MODELS "/", tool = TAVRIN_MODEL " ", wrapper = TAVRIN_WRAP_MODEL " ";
 
-// Every test works in an empty folder of its own.
-struct ModelTool : testing::Test {
-    const std::filesystem::path folder =
-        std::filesystem::temp_directory_path() / ("tavrin-" + std::to_string(getpid()));
-    ModelTool() {
-        std::filesystem::create_directory(folder);
-        std::filesystem::current_path(folder);
-    }
-    ~ModelTool() override { std::filesystem::remove_all(folder); }
-};
+using ModelTool = Command;
 
-int shell(const std::string& command) { return WEXITSTATUS(std::system(("exec >out.txt 2>&1; " + command).c_str())); }
-
-std::string bytesOf(const std::string& name) {
-    return {std::istreambuf_iterator(std::ifstream(name, std::ios::binary).rdbuf()), {}};
-}
+int shell(const std::string& command) { return run(command).code; }
 
 void expectVerdict(int code, const std::string& text, const std::string& model) {
-    EXPECT_EQ(shell(tool + "inspect " + model), code) << model;
-    EXPECT_NE(bytesOf("out.txt").find(text), std::string::npos) << model << ": " << text;
+    const Outcome outcome = run(tool + "inspect " + model);
+    EXPECT_EQ(outcome.code, code) << outcome;
+    EXPECT_NE((outcome.out + outcome.messages).find(text), std::string::npos) << "lacks: " << text << outcome;
 }
 
 TEST_F(ModelTool, saysWhatAModelLacksAndTimesOneThatLacksNothing) {
@@ -48,28 +29,34 @@ TEST_F(ModelTool, saysWhatAModelLacksAndTimesOneThatLacksNothing) {
     expectVerdict(2, "nowhere.onnx", "nowhere.onnx");
 }
 
+TEST_F(ModelTool, listsWhatIsHereAndWhatCanBeHad) {
+    const std::string list = run("XDG_DATA_HOME=/none TAVRIN_MODELS=" + models + " " + tool + "list").out;
+    for (const char* name : {"centre ", "percussive ", "six_stems ", "vocals "})
+        EXPECT_TRUE(list.starts_with(name) || list.find(std::string("\n") + name) != std::string::npos) << list;
+}
+
 TEST_F(ModelTool, scramblesForTheLibraryAndBackAndNeverOverItsInput) {
     const std::string key = "sevenly", scramble = tool + "scramble plain --key-file key -o ";
     ASSERT_EQ(shell("printf 'sevenly\\r\\n' >key; cp " + models + "passthrough.onnx plain; ln plain link"), 0);
     ASSERT_EQ(shell(scramble + "scrambled"), 0);
-    const std::string model = bytesOf("scrambled");
+    const std::string model = contents("scrambled");
     EXPECT_TRUE(tavrin::initializeModel("tag", {reinterpret_cast<const uint8_t*>(model.data()), model.size(), &key}));
     expectVerdict(3, "--key-file", "scrambled");
     for (const std::string output : {"plain", "./link", "key", "/dev/null"}) EXPECT_EQ(shell(scramble + output), 1);
-    EXPECT_EQ(bytesOf("plain"), bytesOf(models + "passthrough.onnx"));
+    EXPECT_EQ(contents("plain"), contents(models + "passthrough.onnx"));
     // Longer than any buffer: of zeros, the key over and over.
     ASSERT_EQ(shell("head -c 200001 /dev/zero >plain;" + scramble + "a;" + tool + "unscramble a -o b --key-file key"),
               0);
     std::string keys;
     while (keys.size() < 200001) keys += key;
-    EXPECT_EQ(bytesOf("a"), keys.substr(0, 200001));
-    EXPECT_EQ(bytesOf("b"), bytesOf("plain"));
+    EXPECT_EQ(contents("a"), keys.substr(0, 200001));
+    EXPECT_EQ(contents("b"), contents("plain"));
 }
 
 TEST_F(ModelTool, isServedByTheScriptThatWrapsModels) {
     if (shell("/usr/bin/python3 -c 'import onnx'") != 0) GTEST_SKIP() << "install python3-onnx to test it";
     ASSERT_EQ(shell(wrapper + models + "swapped.onnx wrapped --swap --gain 16"), 0);
-    const std::string model = bytesOf("wrapped");
+    const std::string model = contents("wrapped");
     std::vector<float> in = noise(4 * 256 * 2048, 1), out(in.size());
     EXPECT_TRUE(InferenceONNX::create(model.data(), model.size(), "")->run(in.data(), {out.data()}, {1, 4, 256, 2048}));
     // The model inside clips at 8, and drops the upper half of the bins.
@@ -90,9 +77,10 @@ TEST_F(ModelTool, takesChordsAndClicksApart) {
         clicks[i] *= float(0.5 * std::exp(-std::fmod(t + 0.25, 0.5) / 0.001));
         mix[i] = chord[i] + clicks[i];
     }
-    SndfileHandle("mix.wav", SFM_WRITE, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, rate).write(mix.data(), std::ssize(mix));
+    writeSound("mix.wav", mix, rate);
     ASSERT_EQ(shell(TAVRIN_SEPARATE " mix.wav --model percussive"), 0);
-    ASSERT_EQ(SndfileHandle("mix/percussive.wav").read(stem.data(), std::ssize(stem)), std::ssize(stem));
+    stem = readSound("mix/percussive.wav").samples;
+    ASSERT_EQ(stem.size(), mix.size());
     double chordPower = 0, clickPower = 0, error = 0;
     for (size_t i = 0; i < mix.size(); ++i) {
         chordPower += std::pow(chord[i], 2), clickPower += std::pow(clicks[i], 2);

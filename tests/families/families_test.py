@@ -1,0 +1,164 @@
+#!/usr/bin/python3
+"""Small networks of every family, from their files through scripts/adapt_model.py and the library, and what the readers
+say of files that are wrong. Needs Debian's python3-onnx.    families_test.py LIBRARY
+
+What is stored beside this script was written by bench/families.py store, with random weights.
+"""
+
+import io
+import os
+from pathlib import Path
+import pickle
+import subprocess
+import sys
+import tempfile
+import unittest
+import zipfile
+
+import numpy
+
+HERE = Path(__file__).resolve().parent
+ROOT = HERE.parents[1]
+sys.path += [str(HERE), str(ROOT / "models")]
+import weights
+from library import Library
+
+FOLDER = Path(tempfile.mkdtemp())
+LIBRARY = None
+RATE = 44100
+
+
+def signal(seconds):
+    """Tones that come and go, left and right their own, none near the Nyquist bin, which our spectra leave out."""
+    random, time = numpy.random.RandomState(1), numpy.arange(int(seconds * RATE)) / RATE
+    audio = numpy.zeros((2, time.size))
+    for _ in range(24):
+        pitch, slow, phase = 40 * 450 ** random.rand(), 4 * random.rand(), 6 * random.rand()
+        tone = 0.05 * numpy.sin(2 * numpy.pi * pitch * time + phase) * numpy.sin(slow * time + phase) ** 4
+        audio += numpy.outer(random.rand(2), tone)
+    return audio.astype(numpy.float32)
+
+
+def agreement(ours, theirs):
+    """Decibels by which the difference is below the signal, a fifth away from both ends."""
+    cut = theirs.shape[1] // 5
+    ours, theirs = ours[:, cut:-cut].astype(float), theirs[:, cut:-cut].astype(float)
+    return 10 * numpy.log10((theirs**2).sum() / max(((ours - theirs) ** 2).sum(), 1e-30))
+
+
+def tool(*arguments):
+    command = [sys.executable, ROOT / "scripts/adapt_model.py", *arguments]
+    return subprocess.run([str(part) for part in command], capture_output=True, text=True)
+
+
+def adapt(out, family, *arguments):
+    """The bytes of the adapted model."""
+    files = [part for part in arguments if isinstance(part, Path)]
+    done = tool(family, *files, out, *(part for part in arguments if not isinstance(part, Path)))
+    assert done.returncode == 0, done.stderr
+    return out.read_bytes()
+
+
+class Families(unittest.TestCase):
+    # family, files and switches, seconds, context that covers the reach, samples that bring our frames to theirs
+    CASES = [
+        ("mdx", [HERE / "mdx_vocals.onnx", "--frame-length", 6144], 10, 32, 1024),
+        ("openunmix", [HERE / "vocals.pth", HERE / "drums.pth"], 2, 64, 0),
+        ("unet", [HERE / "stems.npz", "--frames", 1024], 14, 256, 62 * 1024),
+    ]
+
+    def test_giveTheStemsOfTheirOwnPipelines(self):
+        expected = numpy.load(HERE / "stems_of_pytorch.npz")
+        for family, arguments, seconds, context, delay in self.CASES:
+            model = adapt(FOLDER / "model.onnx", family, *arguments)
+            audio = numpy.pad(signal(seconds), ((0, 0), (delay, 0)))
+            stems = LIBRARY.separate(model, audio, context)
+            names = [name for name in expected if name.startswith(family + ".")]
+            self.assertEqual([f"{family}.{stem}" for stem in stems], names)
+            for name in names:
+                theirs, ours = expected[name], stems[name.partition(".")[2]][:, delay:]
+                middle = ours.shape[1] // 2
+                with self.subTest(name):
+                    self.assertGreater(agreement(ours[:, middle : middle + theirs.shape[1]], theirs), 60)
+
+    def test_invertIsTheMixWithoutTheStemAndHalfIsClose(self):
+        audio, options = signal(3), [HERE / "mdx_vocals.onnx", "--frame-length", 6144]
+        stem = LIBRARY.separate(adapt(FOLDER / "model.onnx", "mdx", *options), audio)["vocals"]
+        rest = LIBRARY.separate(adapt(FOLDER / "rest.onnx", "mdx", *options, "--invert", "--stems", "band"), audio)["band"]
+        # The network sees 64 bins, up to 459 Hz: above it the inverted stem has nothing.
+        low = numpy.fft.irfft(numpy.fft.rfft(audio)[:, : 3 * 400], audio.shape[1])
+        together = numpy.fft.irfft(numpy.fft.rfft(stem + rest)[:, : 3 * 400], audio.shape[1])
+        self.assertGreater(agreement(together, low), 60)
+        loud = LIBRARY.separate(adapt(FOLDER / "loud.onnx", "mdx", *options, "--compensate", 2, "--half"), audio)["vocals"]
+        self.assertGreater(agreement(loud, 2 * stem), 40)
+
+
+    def test_otherFramesBinsAndRatesGiveEightStemsAndTheRest(self):
+        audio = signal(3)
+        low = numpy.fft.irfft(numpy.fft.rfft(audio)[:, : audio.shape[1] // 4], audio.shape[1])  # below the model's 700 bins
+        stems = LIBRARY.separate((ROOT / "tests/models/eight_stems.onnx").read_bytes(), low, rest=True)
+        self.assertEqual(list(stems), "voice choir drums bass piano guitar strings wind rest".split())
+        self.assertGreater(agreement(2 * stems["voice"], low), 100)
+        self.assertTrue(numpy.array_equal(stems["voice"], 128 * stems["wind"]))
+        self.assertLess(numpy.abs(sum(stems.values()) - low).max(), 1e-6)
+
+
+class Hostile:
+    def __reduce__(self):
+        return os.mkdir, (str(FOLDER / "hostile"),)
+
+
+class Readers(unittest.TestCase):
+    def refuse(self, text, family, *arguments):
+        done = tool(family, *arguments, FOLDER / "out.onnx")
+        with self.subTest(text):
+            self.assertEqual((done.returncode, done.stderr.count("\n")), (1, 1), done.stderr)
+            self.assertIn(text, done.stderr)
+
+    def test_sayInOneLineWhatIsWrong(self):
+        with zipfile.ZipFile(FOLDER / "zipped.pth", "w") as archive:
+            archive.writestr("zipped/data.pkl", pickle.dumps({"fc1.weight": Hostile()}, 2))
+        (FOLDER / "bare.pth").write_bytes(pickle.dumps(Hostile(), 0))
+        lacking = weights.load(HERE / "vocals.pth")
+        lacking = {name: array for name, array in lacking.items() if not name.startswith("lstm.weight_ih_l1")}
+        numpy.savez(FOLDER / "lacking.npz", **lacking)
+        numpy.savez(FOLDER / "other.npz", **lacking | {"fc2.weight": numpy.zeros((3, 3))})
+        for text, family, *arguments in [
+            ("wants posix.mkdir, which is no tensor", "openunmix", FOLDER / "zipped.pth"),
+            ("wants posix.mkdir, which is no tensor", "unet", FOLDER / "bare.pth"),
+            ("'fc1.weight' is missing", "openunmix", HERE / "stems.npz"),
+            ("'fc2.weight' is [3, 3], [8, 16] is needed", "openunmix", FOLDER / "other.npz"),
+            ("neither 'down1_conv.1.weight' nor 'conv2d.kernel'", "unet", HERE / "vocals.pth"),
+            ("--frame-length", "mdx", HERE / "mdx_vocals.onnx"),
+            ("--bins 4096 does not fit it", "plain", HERE / "mdx_vocals.onnx", "--bins", "4096"),
+            ("cannot be read as an ONNX model", "mdx", HERE / "vocals.pth"),
+            ("neither a PyTorch checkpoint", "openunmix", HERE / "families_test.py"),
+            ("No such file", "plain", FOLDER / "absent.onnx"),
+        ]:
+            self.refuse(text, family, *arguments)
+        self.assertFalse((FOLDER / "hostile").exists())
+        self.assertFalse((FOLDER / "out.onnx").exists())
+
+    def test_refuseFilesThatAreCutOffOrDamaged(self):
+        """Whatever is loaded in spite of it has real arrays."""
+        random = numpy.random.RandomState(1)
+        for name in "vocals.pth", "old_format.pth", "stems.npz":
+            whole = (HERE / name).read_bytes()
+            for k in range(60):
+                damaged = bytearray(whole)
+                if k < 20:
+                    del damaged[random.randint(len(whole)) :]
+                for place in random.randint(len(whole), size=0 if k < 20 else 3):
+                    damaged[place % 2000 if k < 40 else place] = random.randint(256)
+                (FOLDER / name).write_bytes(damaged)
+                try:
+                    found = weights.load(FOLDER / name)
+                except weights.WeightsError as reason:
+                    self.assertNotIn("\n", str(reason))
+                else:
+                    self.assertTrue(k >= 20 and all(isinstance(array, numpy.ndarray) for array in found.values()))
+
+
+if __name__ == "__main__":
+    LIBRARY = Library(sys.argv.pop(1))
+    unittest.main()

@@ -1,0 +1,74 @@
+#include "common/help.h"
+
+#include <memory>
+#include <sstream>
+
+namespace tavrin::tool {
+
+namespace {
+
+constexpr std::size_t lastColumn = 80;
+constexpr std::size_t textColumn = 26;
+
+class NarrowHelp final : public CLI::Formatter {
+public:
+    NarrowHelp() { column_width(textColumn); }
+
+    std::string make_description(const CLI::App* app) const override {
+        return wrapped(app->get_description(), 0, 0) + "\n";
+    }
+
+    std::string make_group(std::string group, bool arePositionals,
+                           std::vector<const CLI::Option*> options) const override {
+        std::string text = "\n" + group + ":\n";
+        for (const CLI::Option* option : options) text += make_option(option, arePositionals);
+        return text;
+    }
+
+    std::string make_option(const CLI::Option* option, bool isPositional) const override {
+        return entry("  " + make_option_name(option, isPositional) + make_option_opts(option),
+                     make_option_desc(option));
+    }
+
+    // The type alone: what the checks add to it, defaults and the like are in the texts.
+    std::string make_option_opts(const CLI::Option* option) const override {
+        const std::string type = option->get_type_name();
+        return option->get_type_size() == 0 || option->get_positional() ? "" : " " + type.substr(0, type.find(':'));
+    }
+
+    std::string make_subcommand(const CLI::App* command) const override {
+        return entry("  " + command->get_name(), command->get_description());
+    }
+
+private:
+    static std::string entry(std::string left, const std::string& text) {
+        left += left.size() + 2 > textColumn ? "\n" + std::string(textColumn, ' ')
+                                             : std::string(textColumn - left.size(), ' ');
+        return left + wrapped(text, textColumn, textColumn) + "\n";
+    }
+};
+
+}  // namespace
+
+std::string wrapped(const std::string& text, std::size_t indent, std::size_t firstColumn) {
+    std::string lines;
+    std::size_t column = firstColumn;
+    std::istringstream words(text);
+    for (std::string word; words >> word; column += word.size()) {
+        if (lines.empty()) {
+            // Stands where the text begins.
+        } else if (column + 1 + word.size() > lastColumn) {
+            lines += "\n" + std::string(indent, ' ');
+            column = indent;
+        } else {
+            lines += " ";
+            ++column;
+        }
+        lines += word;
+    }
+    return lines;
+}
+
+void formatHelp(CLI::App& app) { app.formatter(std::make_shared<NarrowHelp>()); }
+
+}  // namespace tavrin::tool

@@ -1,0 +1,126 @@
+#include "common/hidden_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <mutex>
+#include <set>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "common/failure.h"
+
+namespace tavrin::tool {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Whoever makes, names or removes files has the turn: songs that are separated side by side share folders.
+std::recursive_timed_mutex turn;
+std::set<fs::path> unfinished;
+std::vector<fs::path> madeFolders;  // outer ones first
+
+fs::path hiddenName(const fs::path& target) {
+    fs::path name = ".";
+    name += target.filename();
+    name += ".part";
+    return target.parent_path() / name;
+}
+
+void makeFolders(const fs::path& folder) {
+    std::error_code error;
+    fs::path path;
+    for (const fs::path& step : folder) {
+        path /= step;
+        if (fs::create_directory(path, error)) madeFolders.push_back(path);
+    }
+    if (error) throw writeFailure(folder, error.message());
+}
+
+// Those that are in use are not empty, so they stay.
+void removeEmptyFolders() {
+    std::error_code none;
+    for (auto folder = madeFolders.rbegin(); folder != madeFolders.rend(); ++folder) fs::remove(*folder, none);
+}
+
+bool isFileAt(const fs::path& path, int descriptor) {
+    struct stat named {};
+    struct stat opened {};
+    return stat(path.c_str(), &named) == 0 && fstat(descriptor, &opened) == 0 && named.st_dev == opened.st_dev &&
+           named.st_ino == opened.st_ino;
+}
+
+}  // namespace
+
+HiddenFile::HiddenFile(fs::path target) : _target(std::move(target)), _hidden(hiddenName(_target)) {
+    const std::lock_guard lock(turn);
+    std::error_code none;
+    if (fs::is_directory(_target, none)) throw writeFailure(_target, "there is a folder of that name");
+    makeFolders(_target.parent_path());
+    _descriptor = open(_hidden.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    if (_descriptor < 0) {
+        const std::string reason = std::strerror(errno);
+        removeEmptyFolders();
+        throw writeFailure(_target, reason);
+    }
+    // The lock keeps two runs from mixing their samples; what a killed run left behind is not locked and is used anew.
+    if (flock(_descriptor, LOCK_EX | LOCK_NB) != 0 || !isFileAt(_hidden, _descriptor)) {
+        close(_descriptor);
+        throw Failure(ExitCode::writeFailed, _target.string() + ": another run is writing it; wait for that one");
+    }
+    unfinished.insert(_hidden);
+    if (ftruncate(_descriptor, 0) != 0) throw writeFailure(_target, std::strerror(errno));
+}
+
+HiddenFile::~HiddenFile() {
+    if (_descriptor < 0) return;
+    const std::lock_guard lock(turn);
+    std::error_code none;
+    fs::remove(_hidden, none);
+    unfinished.erase(_hidden);
+    close(_descriptor);
+    removeEmptyFolders();
+}
+
+void HiddenFile::write(const void* bytes, std::size_t count) {
+    const char* next = static_cast<const char*>(bytes);
+    while (count > 0) {
+        const ssize_t written = ::write(_descriptor, next, count);
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) throw writeFailure(_target, std::strerror(errno));
+        next += written;
+        count -= static_cast<std::size_t>(written);
+    }
+}
+
+void HiddenFile::publish(const std::vector<HiddenFile*>& files) {
+    const std::lock_guard lock(turn);
+    for (HiddenFile* file : files) file->rename();
+}
+
+void HiddenFile::rename() {
+    std::error_code error;
+    fs::rename(_hidden, _target, error);
+    if (error) throw writeFailure(_target, error.message());
+    unfinished.erase(_hidden);
+    // Some file systems report a failed write only now.
+    if (close(std::exchange(_descriptor, -1)) != 0) throw writeFailure(_target, std::strerror(errno));
+}
+
+void HiddenFile::removeAll() {
+    // Kept locked. A file system that hangs must not keep the process from ending.
+    constexpr std::chrono::milliseconds patience(200);
+    if (!turn.try_lock_for(patience)) return;
+    std::error_code none;
+    for (const fs::path& file : unfinished) fs::remove(file, none);
+    removeEmptyFolders();
+}
+
+}  // namespace tavrin::tool

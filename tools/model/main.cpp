@@ -1,0 +1,194 @@
+/// @file
+/// tavrin-model: says whether the library can run a model, lists models, and scrambles them with a key.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <new>
+#include <optional>
+#include <set>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "common/failure.h"
+#include "common/help.h"
+#include "common/input_file.h"
+#include "common/interrupts.h"
+#include "common/messages.h"
+#include "common/model_folders.h"
+#include "common/model_key.h"
+#include "inference/model_contract.h"
+#include "inference/session_signature.h"
+#include "model/model_session.h"
+
+namespace tavrin::tool {
+
+namespace {
+
+constexpr const char* footer =
+    "Examples:\n"
+    "  tavrin-model list\n"
+    "  tavrin-model inspect vocals.onnx\n"
+    "  tavrin-model scramble vocals.onnx -o vocals.bin --key-file key.txt\n"
+    "  tavrin-model unscramble vocals.bin -o vocals.onnx --key-file key.txt\n\n"
+    "Exit codes: 0 done, 1 wrong usage, 2 file unreadable, 3 model unusable,\n"
+    "4 write failed, 7 out of memory or threads; 128 + N after signal N.\n";
+
+void print(const char* role, const ModelTensor& tensor) {
+    std::printf("%-7s %s: %s\n", role, printable(tensor.name).c_str(), printable(describe(tensor)).c_str());
+}
+
+std::string readModel(const std::filesystem::path& file, const std::string& keyFile) {
+    std::string bytes = readBytes(file);
+    if (!keyFile.empty()) applyKey(readKey(keyFile), bytes.data(), bytes.size(), 0);
+    return bytes;
+}
+
+// What the file says, and, if it may be given to the runtime, its inputs and outputs.
+ModelDescription read(const std::string& bytes, std::optional<Ort::Session>& session) {
+    ModelDescription model{readOnnxFile(bytes.data(), bytes.size())};
+    if (!model.file.whole || !model.file.outside.empty()) return model;
+    try {
+        session.emplace(openSession(bytes));
+    } catch (const std::exception& reason) {
+        throw std::runtime_error(loadProblem(model.file, reason.what()));
+    }
+    model.signature = readSignature(*session);
+    for (const ModelTensor& input : model.signature->inputs) print("input", input);
+    for (const ModelTensor& output : model.signature->outputs) print("output", output);
+    return model;
+}
+
+void print(const ModelFacts& facts) {
+    std::printf("%zu frames of %zu samples (%s) every %zu, %zu bins, %zu of context, %u Hz; stems:", facts.frames,
+                facts.frameLength, facts.window.c_str(), facts.hop, facts.bins, facts.context, facts.sampleRate);
+    for (const std::string& stem : facts.stems) std::printf(" %s", printable(stem).c_str());
+    std::printf("\n");
+}
+
+void inspect(const std::string& name, const std::string& keyFile) {
+    const std::filesystem::path file = modelNamed(name);
+    const std::string bytes = readModel(file, keyFile);
+    try {
+        std::printf("%s: %zu bytes\n", printable(file.string()).c_str(), bytes.size());
+        std::optional<Ort::Session> session;
+        const ModelDescription model = read(bytes, session);
+        const auto [problems, facts] = judge(model);
+        std::printf("meets the contract: %s\n", problems.empty() ? "yes" : "no");
+        for (const std::string& problem : problems) std::printf("  %s\n", printable(problem).c_str());
+        if (!problems.empty())
+            throw Failure(ExitCode::modelUnusable,
+                          file.string() + ": does not meet the contract; the list above says what to change");
+        print(facts);
+        std::fflush(stdout);  // in case that a run takes long
+        const double seconds = timeOneBlock(*session, *model.signature).count();
+        const double served = static_cast<double>((facts.frames - 2 * facts.context) * facts.hop) / facts.sampleRate;
+        std::printf("one block, %.1f s of music, takes %.1f ms on the CPU (%.0f times real time)\n", served,
+                    1000 * seconds, served / seconds);
+    } catch (const Failure&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::system_error&) {
+        throw;
+    } catch (const std::exception& reason) {
+        throw Failure(ExitCode::modelUnusable, file.string() + ": is not a usable model (" + reason.what() +
+                                                   "); a scrambled one needs its --key-file");
+    }
+}
+
+// What a model says of itself, in one line.
+std::string summaryOf(const std::filesystem::path& file) {
+    const std::string bytes = readBytes(file);
+    std::map<std::string, std::string> about = readOnnxFile(bytes.data(), bytes.size()).metadata;
+    std::string line = about["tavrin.title"];
+    for (const char* key : {"tavrin.stems", "tavrin.licence"}) {
+        if (!about[key].empty()) line += (line.empty() ? "" : "; ") + std::string(key).substr(7) + ": " + about[key];
+    }
+    return printable(line);
+}
+
+void list() {
+    std::set<std::string> known;
+    for (const std::filesystem::path& folder : modelFolders()) {
+        std::error_code none;
+        std::vector<std::filesystem::path> files;
+        for (std::filesystem::directory_iterator entry(folder, none), end; !none && entry != end; entry.increment(none))
+            files.push_back(entry->path());
+        std::sort(files.begin(), files.end());
+        for (const std::filesystem::path& file : files) {
+            if (file.extension() != ".onnx" || !known.insert(file.stem()).second) continue;
+            std::printf("%-12s %s\n%-12s %s\n", printable(file.stem()).c_str(), summaryOf(file).c_str(), "",
+                        printable(file).c_str());
+        }
+    }
+    for (const OtherModel& other : otherModels()) {
+        if (!known.contains(other.name))
+            std::printf("%-12s %s\n%-12s not here; get it with: %s\n", other.name, other.what, "", other.howToGet);
+    }
+}
+
+void addKeyCommand(CLI::App& app, const char* name, const char* text) {
+    struct Files {
+        std::string input;
+        std::string output;
+        std::string key;
+    };
+    const auto files = std::make_shared<Files>();
+    CLI::App* command = app.add_subcommand(name, text);
+    command->add_option("FILE", files->input, "The file to read")->required();
+    command->add_option("-o,--output", files->output, "The file to write; an old one is replaced")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--key-file", files->key, "File whose content is the key; its last line end does not count")
+        ->required()
+        ->type_name("FILE");
+    command->callback([files] { scrambleFile(files->input, files->output, files->key); });
+}
+
+ExitCode run(int argc, const char* const* argv) {
+    setSpeaker("tavrin-model");
+    CLI::App app(
+        "Says whether Tavrin can run a model and what to change if not; lists models; scrambles them with a key.",
+        "tavrin-model");
+    formatHelp(app);
+    app.footer(footer);
+    app.set_version_flag("--version", "tavrin-model " TAVRIN_VERSION, "Print the version and exit");
+    app.require_subcommand(1);
+
+    std::string model;
+    std::string keyFile;
+    CLI::App* inspectCommand =
+        app.add_subcommand("inspect", "Print inputs, outputs, the verdict and the time that one block takes");
+    inspectCommand->add_option("MODEL", model, "ONNX file, or a name that list prints")->required();
+    inspectCommand->add_option("--key-file", keyFile, "Key of a scrambled model")->type_name("FILE");
+    inspectCommand->callback([&] { inspect(model, keyFile); });
+    app.add_subcommand("list", "Print the models that are here, and those that can be had")->callback(list);
+    addKeyCommand(app, "scramble", "Scramble a file with a key");
+    addKeyCommand(app, "unscramble", "Undo scramble with the same key");
+    try {
+        endOnSignals();
+        app.parse(argc, argv);
+        return ExitCode::done;
+    } catch (const CLI::Success& helpOrVersion) {
+        return static_cast<ExitCode>(app.exit(helpOrVersion));
+    } catch (const CLI::ParseError& error) {
+        say(std::string(error.what()) + "; tavrin-model --help shows the usage");
+        return ExitCode::wrongUsage;
+    } catch (const Failure& failure) {
+        say(failure.what());
+        return failure.code();
+    } catch (const std::exception& error) {
+        say(std::string(error.what()) + "; free some memory");
+        return ExitCode::outOfResources;
+    }
+}
+
+}  // namespace
+
+}  // namespace tavrin::tool
+
+int main(int argc, char** argv) { return static_cast<int>(tavrin::tool::run(argc, argv)); }

@@ -1,0 +1,115 @@
+#include "separate/batch.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <exception>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include "common/interrupts.h"
+#include "common/messages.h"
+#include "separate/progress.h"
+#include "separate/record.h"
+#include "separate/song_run.h"
+
+namespace tavrin::tool {
+
+namespace {
+
+class Batch {
+public:
+    Batch(const Options& options, const LoadedModels& models, const std::vector<Song>& songs)
+        : _options(options),
+          _models(models),
+          _songs(songs),
+          _progress(songs.size(), options.verbosity != Verbosity::quiet && !options.output.toStandardOutput) {
+        prepareLastWords();
+    }
+
+    void run() {
+        const auto threads = std::min<std::size_t>(static_cast<std::size_t>(_options.jobs), _songs.size());
+        std::vector<std::jthread> helpers;
+        try {
+            while (helpers.size() + 1 < threads) helpers.emplace_back([this] { work(); });
+        } catch (const std::system_error& error) {
+            say("warning: only " + std::to_string(helpers.size() + 1) + " songs at a time (" + error.what() + ")");
+        }
+        work();
+        helpers.clear();
+        if (_end) std::rethrow_exception(_end);
+    }
+
+    ExitCode conclude() const {
+        const bool several = _songs.size() > 1;
+        if (several && _options.verbosity != Verbosity::quiet) {
+            say(std::to_string(_songs.size()) + " songs: " + std::to_string(_done) + " separated, " +
+                std::to_string(_skipped) + " skipped, " + std::to_string(_failures.size()) + " failed");
+        }
+        for (const SongReport& failure : _failures) say((several ? "failed: " : "") + failure.message);
+        if (_failures.empty()) return _isDamaged ? ExitCode::songsDamaged : ExitCode::done;
+        return several ? ExitCode::someSongsFailed : _failures.front().code;
+    }
+
+private:
+    void work() {
+        for (std::size_t next = _next++; next < _songs.size(); next = _next++) {
+            try {
+                take(separateSong(_options, _models, _songs[next], _progress));
+            } catch (...) {
+                const std::lock_guard lock(_turn);
+                if (!_end) _end = std::current_exception();
+                _next = _songs.size();
+            }
+        }
+    }
+
+    void take(const SongReport& report) {
+        const std::lock_guard lock(_turn);
+        _done += report.status == SongReport::Status::done ? 1 : 0;
+        _skipped += report.status == SongReport::Status::skipped ? 1 : 0;
+        _isDamaged = _isDamaged || report.isDamaged;
+        if (report.status == SongReport::Status::failed) _failures.push_back(report);
+        prepareLastWords();
+        if (_options.json) {
+            std::puts(asText(recordOf(report)).c_str());
+            if (std::fflush(stdout) != 0) throw readerGone();
+        }
+        for (const std::string& warning : report.warnings) say("warning: " + warning);
+        if (_options.verbosity == Verbosity::quiet) return;
+        // The message of a single song comes at the end.
+        if (report.status != SongReport::Status::failed || _songs.size() > 1) say(describe(report));
+    }
+
+    void prepareLastWords() const {
+        if (_options.output.toStandardOutput) return setLastWords("interrupted");
+        if (_songs.size() == 1) return;
+        setLastWords("interrupted; " + std::to_string(_done) + " of " + std::to_string(_songs.size()) +
+                     " songs were separated and nothing of the others was written; the same command goes on with "
+                     "those");
+    }
+
+    const Options& _options;
+    const LoadedModels& _models;
+    const std::vector<Song>& _songs;
+    Progress _progress;
+    std::atomic<std::size_t> _next = 0;
+    std::mutex _turn;
+    std::exception_ptr _end;  // why the run ends early
+    std::size_t _done = 0;
+    std::size_t _skipped = 0;
+    bool _isDamaged = false;
+    std::vector<SongReport> _failures;
+};
+
+}  // namespace
+
+ExitCode separateSongs(const Options& options, const LoadedModels& models, const std::vector<Song>& songs) {
+    Batch batch(options, models, songs);
+    batch.run();
+    return batch.conclude();
+}
+
+}  // namespace tavrin::tool

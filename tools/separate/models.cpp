@@ -1,0 +1,142 @@
+#include "separate/models.h"
+
+#include <algorithm>
+#include <cctype>
+#include <set>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "common/failure.h"
+#include "common/input_file.h"
+#include "common/model_folders.h"
+#include "separate/digest.h"
+
+namespace tavrin::tool {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Names = std::vector<std::string>;
+
+// What remains of a name however it is spelt: "Acoustic Guitar", "acoustic-guitars", "acousticGuitar".
+std::string bare(const std::string& name) {
+    std::string letters;
+    for (const char c : name) {
+        if (c != ' ' && c != '-' && c != '_') letters += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    if (letters.ends_with('s')) letters.pop_back();
+    return letters;
+}
+
+bool isWanted(const std::string& stem, const Names& wanted) {
+    return wanted.empty() || wanted == Names{"all"} ||
+           std::any_of(wanted.begin(), wanted.end(), [&](const std::string& name) { return bare(name) == bare(stem); });
+}
+
+std::string listed(const Names& names, const char* between) {
+    std::string list;
+    for (const std::string& name : names) list += (list.empty() ? "" : between) + name;
+    return list;
+}
+
+class Loader {
+public:
+    explicit Loader(const ModelChoice& choice) : _choice(choice) {}
+
+    LoadedModels load() {
+        _loaded.record = nlohmann::ordered_json::array();
+        addStage(_choice.models);
+        for (const std::string& name : _choice.then) addStage({name});
+        const std::string all = listed(_known, ", ");
+        for (const std::string& name : _choice.stems) {
+            const auto isIt = [&](const std::string& stem) { return isWanted(stem, {name}); };
+            if (std::none_of(_known.begin(), _known.end(), isIt))
+                throw Failure(ExitCode::wrongUsage,
+                              "--stems: \"" + name + "\" is no stem of " + _loaded.label + ", which knows " + all);
+        }
+        std::erase_if(_loaded.stages, [](const Stage& stage) { return stage.stems.empty(); });
+        Names& stems = _loaded.names.stems;
+        const bool isAll = stems.size() == _known.size();
+        _loaded.names.group = isAll && stems.size() > 1 ? listed(_files, "+") : listed(stems, "+");
+        return std::move(_loaded);
+    }
+
+private:
+    void addStage(const Names& models) {
+        Stage stage;
+        stage.latency = _choice.latency;
+        stage.context = _choice.context;
+        for (const std::string& name : models) stage.models.push_back(loadModel(modelNamed(name)));
+        for (const std::string& stem : stemsOf(stage.models)) {
+            const std::string name = stageName(stage, stem);
+            _known.push_back(name);
+            if (!isWanted(name, _choice.stems)) continue;
+            stage.stems.push_back(stem);
+            _loaded.names.stems.push_back(name);
+        }
+        _loaded.stages.push_back(std::move(stage));
+    }
+
+    // The model's own name for its only stem often says nothing; its file's then says more.
+    std::string stageName(const Stage& stage, const std::string& stem) const {
+        static const std::set<std::string> sayNothing = {"output", "separated", "stem", "out", "y", "rest"};
+        const bool isOnly = stage.models.size() == 1 && stage.models.front().info().stems.size() == 1;
+        if (!isOnly || !sayNothing.contains(bare(stem))) return asFileName(stem);
+        return _files.back() == "rest" ? "stem" : _files.back();
+    }
+
+    Model loadModel(const fs::path& file) {
+        const std::string bytes = readBytes(file);
+        Digest digest("SHA256");
+        digest.add(bytes.data(), bytes.size());
+        _files.push_back(asFileName(file.stem().string()));
+        _loaded.record.push_back({{"name", _files.back()}, {"sha256", digest.text()}});
+        _loaded.label += (_loaded.label.empty() ? "" : ", ") + file.string();
+        try {
+            ModelData data;
+            data.data = reinterpret_cast<const std::uint8_t*>(bytes.data());
+            data.size = bytes.size();
+            data.key = &_choice.key;
+            ModelOptions options;
+            if (!_choice.provider.empty()) options.providers = {_choice.provider};
+            options.threads = _choice.threads;
+            Model model(data, options);
+            _loaded.provider = model.info().provider;
+            for (const std::string& reason : model.info().notUsed) {
+                if (!_choice.provider.empty())
+                    _loaded.warnings.push_back(file.string() + ": " + _loaded.provider + " runs it, not " + reason);
+            }
+            return model;
+        } catch (const std::system_error&) {
+            throw;
+        } catch (const std::logic_error& reason) {
+            throw Failure(ExitCode::wrongUsage, std::string("--device, --threads: ") + reason.what());
+        } catch (const std::runtime_error& reason) {
+            throw Failure(ExitCode::modelUnusable,
+                          file.string() + ": is not a usable model (" + reason.what() +
+                              "); tavrin-model inspect says more (a scrambled one needs its --key-file)");
+        }
+    }
+
+    const ModelChoice& _choice;
+    Names _known;
+    Names _files;  // without endings
+    LoadedModels _loaded;
+};
+
+}  // namespace
+
+LoadedModels loadModels(const ModelChoice& choice) {
+    LoadedModels loaded = Loader(choice).load();
+    constexpr int usualRate = 44100;
+    try {
+        Separation(loaded.stages, usualRate);
+    } catch (const std::invalid_argument& reason) {
+        throw Failure(ExitCode::wrongUsage, std::string("--latency, --context: ") + reason.what());
+    }
+    return loaded;
+}
+
+}  // namespace tavrin::tool

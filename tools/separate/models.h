@@ -1,0 +1,28 @@
+/// @file
+/// The models of a run.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "separate/names.h"
+#include "separate/options.h"
+#include "stems/separation.h"
+
+namespace tavrin::tool {
+
+/// Everything that songs need of the models; any number of threads may use it.
+struct LoadedModels {
+    std::vector<Stage> stages;
+    PartNames names;
+    std::string label;                  ///< for messages: the models' files
+    std::string provider;               ///< that runs them
+    nlohmann::ordered_json record;      ///< name and SHA-256 of each, in the order of their use
+    std::vector<std::string> warnings;  ///< why a wanted provider is not used
+};
+
+/// @throws Failure with ExitCode::modelUnusable; with ExitCode::wrongUsage for a stem that no model knows.
+LoadedModels loadModels(const ModelChoice& choice);
+
+}  // namespace tavrin::tool

@@ -1,0 +1,134 @@
+#include "separate/names.h"
+
+#include <map>
+#include <utility>
+
+#include "common/failure.h"
+
+namespace tavrin::tool {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* recordExtension = "tavrin.json";
+
+using Words = std::map<std::string, std::string>;  // what stands for what
+
+// Calls use(text) and useWord(word) for the pieces of a template in turn.
+template <typename Text, typename Word>
+void forEachPiece(const std::string& name, Text useText, Word useWord) {
+    std::size_t at = 0;
+    while (at < name.size()) {
+        const std::size_t open = name.find('{', at);
+        useText(name.substr(at, open - at));
+        if (open == std::string::npos) return;
+        const std::size_t close = name.find('}', open);
+        useWord(name.substr(open, close == std::string::npos ? close : close + 1 - open));
+        at = close == std::string::npos ? name.size() : close + 1;
+    }
+}
+
+fs::path fileFor(const OutputOptions& output, const Song& song, const std::string& stem, const std::string& part,
+                 const std::string& extension) {
+    const Words words = {{"{song}", song.name()},
+                         {"{stem}", stem},
+                         {"{part}", part},
+                         {"{ext}", extension},
+                         {"{folder}", song.folder.empty() ? "." : song.folder.string()}};
+    std::string file;
+    forEachPiece(
+        output.name, [&](const std::string& text) { file += text; },
+        [&](const std::string& word) { file += words.at(word); });
+    return output.folder / fs::path(file).lexically_normal();
+}
+
+// Of a file that is no sound: its ending comes behind one that the template insists on.
+fs::path sideFile(const OutputOptions& output, const Song& song, const std::string& stem, const std::string& part,
+                  const std::string& extension) {
+    fs::path file = fileFor(output, song, stem, part, extension);
+    if (output.name.find("{ext}") == std::string::npos) file += "." + extension;
+    return file;
+}
+
+}  // namespace
+
+std::vector<fs::path> Targets::files() const {
+    std::vector<fs::path> files;
+    for (const Target& target : parts) files.push_back(target.file);
+    for (const fs::path& side : {picture, record}) {
+        if (!side.empty()) files.push_back(side);
+    }
+    return files;
+}
+
+Targets targetsOf(const OutputOptions& output, const PartNames& names, const Song& song) {
+    Targets targets;
+    const auto add = [&](std::size_t part, const std::string& stem, const std::string& name) {
+        const fs::path file = fileFor(output, song, stem, name, output.format->extension);
+        targets.parts.push_back({part, name, output.toStandardOutput ? fs::path() : file});
+    };
+    const std::size_t count = names.stems.size();
+    for (std::size_t i = 0; output.wantStems && i < count; ++i) add(i, names.stems[i], names.stems[i]);
+    if (output.wantRest) add(count, names.group + ".rest", "rest");
+    if (output.spectrogram)
+        targets.picture = sideFile(output, song, names.group + ".spectrogram", "spectrogram", "png");
+    if (output.record) targets.record = sideFile(output, song, names.group, names.group, recordExtension);
+    return targets;
+}
+
+void requireDistinctTargets(const OutputOptions& output, const PartNames& names, const std::vector<Song>& songs) {
+    if (output.toStandardOutput) return;
+    std::map<fs::path, const Song*> owners;  // of every name that must not be used again; null: it is a song's own
+    for (const Song& song : songs) {
+        if (!song.isPipe) owners[identityOf(song.file)] = nullptr;
+    }
+    for (const Song& song : songs) {
+        for (const fs::path& file : targetsOf(output, names, song).files()) {
+            const auto [owner, isNew] = owners.emplace(identityOf(file), &song);
+            if (isNew) continue;
+            if (!owner->second)
+                throw Failure(ExitCode::wrongUsage,
+                              file.string() + ": would replace a song itself; choose another folder with -o");
+            if (owner->second == &song)
+                throw Failure(ExitCode::wrongUsage, file.string() + ": would be a result of " + song.label() +
+                                                        " twice; put {stem} into --name");
+            const bool folderHelps =
+                owner->second->folder != song.folder && output.name.find("{folder}") == std::string::npos;
+            throw Failure(ExitCode::wrongUsage,
+                          file.string() + ": would be a result of " + song.label() + " and of " +
+                              owner->second->label() +
+                              (folderHelps ? "; tell them apart with {folder} in --name"
+                                           : "; separate them into different folders, or rename one of them"));
+        }
+    }
+}
+
+void requireUsableTemplate(const std::string& name) {
+    static const std::map<std::string, int> known = {
+        {"{song}", 0}, {"{stem}", 0}, {"{part}", 0}, {"{ext}", 0}, {"{folder}", 0}};
+    forEachPiece(
+        name, [](const std::string&) {},
+        [&](const std::string& word) {
+            if (!known.contains(word))
+                throw Failure(ExitCode::wrongUsage, "--name: \"" + name + "\" has an unknown " + word +
+                                                        "; known are {song}, {stem}, {part}, {ext} and {folder}");
+        });
+    const std::string last = fs::path(name).filename().string();
+    if (last.empty() || last == "." || last == "..")
+        throw Failure(ExitCode::wrongUsage, "--name: \"" + name + "\" names no file; add {stem}.{ext}");
+}
+
+std::string endingOf(const std::string& name) {
+    const std::string extension = fs::path(name).extension().string();
+    return extension.find('{') == std::string::npos && !extension.empty() ? extension.substr(1) : "";
+}
+
+std::string asFileName(std::string name) {
+    for (char& c : name) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F || c == '/') c = '_';
+    }
+    return name.empty() || name == "." || name == ".." ? "_" : name;
+}
+
+}  // namespace tavrin::tool

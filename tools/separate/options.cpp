@@ -1,0 +1,286 @@
+#include "separate/options.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <sstream>
+
+#include "common/failure.h"
+#include "common/help.h"
+#include "common/model_key.h"
+#include "separate/names.h"
+
+namespace tavrin::tool {
+
+namespace {
+
+constexpr const char* description =
+    "Separates songs into the stems that a model takes out of them and the rest. Stems + rest are the song, sample by "
+    "sample.";
+
+constexpr const char* footer =
+    "Examples:\n"
+    "  tavrin-separate \"My Song.mp3\" -o stems\n"
+    "      stems/My Song/centre.wav (what both channels share: often vocals, bass and\n"
+    "      drums) and stems/My Song/centre.rest.wav\n"
+    "  tavrin-separate album/ *.flac -o stems --format flac24 --jobs 2\n"
+    "      every song of a folder and more; those with results are skipped\n"
+    "  tavrin-separate song.m4a --model six.onnx --stems vocals,drums\n"
+    "      vocals.wav, drums.wav and vocals+drums.rest.wav, in the folder song\n"
+    "  tavrin-separate - --only rest -o - <song.mp3 | aplay\n"
+    "      plays the rest while the song comes in\n\n"
+    "Exit codes: 0 done, 1 wrong usage, 2 song unreadable, 3 model unusable,\n"
+    "4 write failed, 5 some of several songs failed, 6 separated but a song is\n"
+    "damaged, 7 out of memory or threads; 128 + N after signal N.\n";
+
+Failure wrongUsage(const std::string& message) { return {ExitCode::wrongUsage, message}; }
+
+std::vector<std::string> parseList(const std::string& option, const std::string& text) {
+    std::vector<std::string> words;
+    std::istringstream list(text + ",");
+    for (std::string word; std::getline(list, word, ',');) {
+        if (word.empty()) throw wrongUsage(option + ": \"" + text + "\" has an empty name");
+        words.push_back(word);
+    }
+    return words;
+}
+
+RawAudio rawAudio(const std::string& encoding, int rate, int channels) {
+    static const std::map<std::string, std::string> spelled = {{"float32", "f32le"}, {"int16", "s16le"}};
+    RawAudio raw;
+    const auto known = spelled.find(encoding);
+    raw.format = known == spelled.end() ? encoding : known->second;
+    raw.rate = rate;
+    raw.channels = channels;
+    if (!isRawFormat(raw.format)) throw wrongUsage("--raw: \"" + encoding + "\" is none of float32, int16, s24le, …");
+    return raw;
+}
+
+// What --format says, or the ending in --name, or what came in through the other pipe.
+const AudioFormat* chooseFormat(const std::string& wanted, const Options& options) {
+    const std::string ending = endingOf(options.output.name);
+    const AudioFormat* byName = findAudioFormat(wanted);
+    const AudioFormat* byEnding = findAudioFormatByExtension(ending);
+    if (byName && byEnding && byName->extension != std::string(byEnding->extension)) {
+        throw wrongUsage("--format " + wanted + ": contradicts the ending ." + ending + " in --name");
+    }
+    if (byName) return byName;
+    if (byEnding && !options.output.toStandardOutput) return byEnding;
+    const bool isRawPipe = options.output.toStandardOutput && options.input.raw;
+    return findAudioFormat(!isRawPipe ? "wav" : options.input.raw->format == "s16le" ? "raw-int16" : "raw-float32");
+}
+
+void checkQuality(const OutputOptions& output) {
+    if (!output.quality) return;
+    const AudioFormat::Quality& range = output.format->quality;
+    if (!range.unit) throw wrongUsage(std::string("--quality: ") + output.format->name + " has no choice of quality");
+    if (*output.quality >= range.least && *output.quality <= range.most) return;
+    std::ostringstream text;
+    text << "--quality: " << *output.quality << " is not between " << range.least << " and " << range.most << " ("
+         << range.unit << ", of " << output.format->name << ")";
+    throw wrongUsage(text.str());
+}
+
+void requireOneStream(const Options& options) {
+    const OutputOptions& output = options.output;
+    if (options.songs.size() > 1) throw wrongUsage("-o -: standard output takes one song; give a folder with -o");
+    if (output.wantRest && output.wantStems)
+        throw wrongUsage("-o -: standard output takes one part; choose it with --only rest or --only stem");
+    if (output.clip == ClipPolicy::scaleAll)
+        throw wrongUsage("--clip scale-all: needs the whole song before it writes; choose clamp for standard output");
+    if (options.json || output.spectrogram)
+        throw wrongUsage("-o -: standard output takes sound only; leave out --json and --spectrogram");
+    if (isatty(STDOUT_FILENO) == 1)
+        throw wrongUsage("-o -: standard output is a terminal; pipe it into a program or a file");
+}
+
+std::string formatNames() {
+    std::string names;
+    for (const AudioFormat& format : audioFormats()) names += (names.empty() ? "" : ", ") + std::string(format.name);
+    return names;
+}
+
+}  // namespace
+
+double parseTime(const std::string& option, const std::string& text) {
+    constexpr double tenYears = 3e8;
+    bool isTime = text.find_first_not_of("0123456789.:") == std::string::npos;
+    bool isFirst = true;
+    double seconds = 0;
+    std::istringstream fields(text + ":");
+    for (std::string field; std::getline(fields, field, ':'); isFirst = false) {
+        std::istringstream number(field);
+        double value = -1;
+        isTime = isTime && number >> value && number.eof() && (isFirst || value < 60);
+        seconds = seconds * 60 + value;
+    }
+    if (!isTime || !(seconds <= tenYears)) {
+        throw wrongUsage(option + ": \"" + text + "\" is no time; give seconds or minutes:seconds, such as 1:35");
+    }
+    return seconds;
+}
+
+Options parseOptions(int argc, const char* const* argv) {
+    Options options;
+    InputOptions& input = options.input;
+    ModelChoice& model = options.model;
+    OutputOptions& output = options.output;
+    std::string folder, stems, only, format, clip, encoding = "float32", start, duration, keyFile;
+    double quality = 0;
+    int rate = 44100;
+    int channels = 2;
+    bool noRecord = false;
+    bool quiet = false;
+    bool verbose = false;
+    const std::map<std::string, ClipPolicy> policies = {
+        {"clamp", ClipPolicy::clamp}, {"none", ClipPolicy::none}, {"scale-all", ClipPolicy::scaleAll}};
+
+    CLI::App app(description, "tavrin-separate");
+    formatHelp(app);
+    app.footer(footer);
+    app.add_option("SONG", options.songs,
+                   "Sound or video files of any kind, mono or stereo; folders of them; or - for standard input");
+
+    const char* group = "Results";
+    app.add_option("-o,--output", folder,
+                   "Results go below FOLDER (default: the current one), or with - to standard output")
+        ->type_name("FOLDER")
+        ->group(group);
+    app.add_option("--name", output.name,
+                   "Names of the results in FOLDER (default: {song}/{stem}.{ext}); known are {song}, {stem}, {part}, "
+                   "{ext} and {folder}")
+        ->type_name("TEMPLATE")
+        ->group(group);
+    app.add_option("--only", only, "Write the stems alone (stem), or the rest alone (rest)")
+        ->type_name("PART")
+        ->check(CLI::IsMember({"stem", "rest"}))
+        ->group(group);
+    app.add_option("--format", format,
+                   "One of " + formatNames() + " (default: wav, which is float, or what --name ends in)")
+        ->type_name("FORMAT")
+        ->group(group);
+    CLI::Option* qualityOption = app.add_option("--quality", quality,
+                                                "Of mp3 from 9 to 0, the best; of m4a and opus in kbit/s; of ogg up to "
+                                                "10; of flac up to 12, the smallest")
+                                     ->type_name("N")
+                                     ->group(group);
+    app.add_option("--clip", clip,
+                   "What is louder than full scale: clamp it, leave it (none), or turn all parts of the song down "
+                   "(scale-all); default: none for float samples, otherwise clamp")
+        ->type_name("POLICY")
+        ->check(CLI::IsMember(policies))
+        ->group(group);
+    app.add_flag("--spectrogram", output.spectrogram, "Draw the song and its parts, too (PNG)")->group(group);
+    app.add_flag("--linear", output.linear, "Draw frequencies in even steps, not octaves")->group(group);
+    app.add_flag("--overwrite", options.overwrite, "Separate songs again that would be skipped")->group(group);
+    app.add_flag("--no-record", noRecord, "Write no record (.tavrin.json); such results are never skipped")
+        ->group(group);
+
+    group = "Songs";
+    app.add_option("--start", start, "Leave out this much of each song, seconds or minutes:seconds")
+        ->type_name("TIME")
+        ->group(group);
+    app.add_option("--duration", duration, "Separate only this much of each song")->type_name("TIME")->group(group);
+    app.add_option("--jobs", options.jobs, "Songs to separate side by side (default: 1)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 64))
+        ->group(group);
+    CLI::Option* rateOption = app.add_option("--rate", rate, "Songs are raw samples, so many per second")
+                                  ->type_name("HZ")
+                                  ->check(CLI::Range(1000, 768000))
+                                  ->group(group);
+    app.add_option("--channels", channels, "Of raw samples, 1 or 2 (default: 2)")
+        ->type_name("N")
+        ->check(CLI::IsMember({1, 2}))
+        ->needs(rateOption)
+        ->group(group);
+    app.add_option("--raw", encoding, "Kind of raw samples: float32 (default), int16, or FFmpeg's name, such as s24le")
+        ->type_name("KIND")
+        ->needs(rateOption)
+        ->group(group);
+
+    group = "Model";
+    app.add_option("--model", model.models,
+                   "ONNX file, or a name that tavrin-model list prints (default: centre); given again: stems of one "
+                   "name are averaged")
+        ->type_name("MODEL")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->group(group);
+    app.add_option("--then", model.then, "Take stems out of what is left, with this model")
+        ->type_name("MODEL")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->group(group);
+    app.add_option("--stems", stems, "Stems to take out, such as vocals,drums (default: all that the model knows)")
+        ->type_name("NAMES")
+        ->group(group);
+    app.add_flag("--list-stems", options.listStems, "Print the names of the model's stems and exit")->group(group);
+    app.add_option("--key-file", keyFile, "File with the key of a scrambled model")->type_name("FILE")->group(group);
+    app.add_option("--device,--provider", model.provider,
+                   "What runs the model: cpu, cuda, coreml, …, or an execution provider's full name; when it cannot, "
+                   "the CPU does, with a warning")
+        ->type_name("NAME")
+        ->group(group);
+    app.add_flag("--list-providers", options.listProviders, "Print the names of the providers and exit")->group(group);
+    app.add_option("--threads", model.threads, "Threads of a model run (default: one per core)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1024))
+        ->group(group);
+    app.add_option("--latency", model.latency, "Longest allowed delay in seconds (default: the cheapest, some seconds)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 3600.0))
+        ->group(group);
+    app.add_option("--context", model.context, "Frames that the model sees on both sides (default: its own choice)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1 << 20))
+        ->group(group);
+
+    group = "Messages";
+    app.add_flag("--json", options.json, "Print a line of JSON per song on standard output")->group(group);
+    CLI::Option* quietFlag = app.add_flag("--quiet", quiet, "Say nothing but warnings and errors")->group(group);
+    app.add_flag("--verbose", verbose, "Say what the libraries say, too")->excludes(quietFlag)->group(group);
+    app.set_help_flag("-h,--help", "Print this help and exit")->group(group);
+    app.set_version_flag("--version", "tavrin-separate " TAVRIN_VERSION, "Print the version and exit")->group(group);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& helpOrVersion) {
+        std::exit(app.exit(helpOrVersion));
+    } catch (const CLI::ParseError& error) {
+        throw wrongUsage(std::string(error.what()) + "; tavrin-separate --help shows the usage");
+    }
+
+    if (options.songs.empty() && !options.listProviders && !options.listStems) {
+        throw wrongUsage("SONG is required; tavrin-separate --help shows the usage");
+    }
+    if (model.models.empty()) model.models = {"centre"};
+    if (!stems.empty()) model.stems = parseList("--stems", stems);
+    if (!keyFile.empty()) model.key = readKey(keyFile);
+    if (!start.empty()) input.start = parseTime("--start", start);
+    if (!duration.empty()) input.duration = parseTime("--duration", duration);
+    if (input.duration == 0) throw wrongUsage("--duration: 0 leaves nothing to separate; give some seconds");
+    if (*rateOption) input.raw = rawAudio(encoding, rate, channels);
+    output.toStandardOutput = folder == pipeSign;
+    if (!output.toStandardOutput) output.folder = folder;
+    output.wantStems = only != "rest";
+    output.wantRest = only != "stem";
+    output.record = !noRecord && !output.toStandardOutput;
+    requireUsableTemplate(output.name);
+    if (!format.empty() && !findAudioFormat(format)) {
+        throw wrongUsage("--format: \"" + format + "\" is none of " + formatNames());
+    }
+    output.format = chooseFormat(format, options);
+    if (*qualityOption) output.quality = quality;
+    checkQuality(output);
+    const bool isFloat = output.format->hasHeadroom() && !output.format->isLossy;
+    output.clip = !clip.empty() ? policies.at(clip) : isFloat ? ClipPolicy::none : ClipPolicy::clamp;
+    options.verbosity = quiet ? Verbosity::quiet : verbose ? Verbosity::verbose : Verbosity::normal;
+    if (output.toStandardOutput) requireOneStream(options);
+    return options;
+}
+
+}  // namespace tavrin::tool

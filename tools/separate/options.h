@@ -1,0 +1,81 @@
+/// @file
+/// What the user asked for on the command line.
+#pragma once
+
+#include <filesystem>
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "audio/audio_format.h"
+#include "audio/audio_reader.h"
+
+namespace tavrin::tool {
+
+/// Stands for standard input among the songs, and for standard output as the folder.
+inline constexpr const char* pipeSign = "-";
+
+enum class Verbosity { quiet, normal, verbose };
+
+enum class ClipPolicy {
+    none,     ///< samples stay as they are; a format that cannot hold them is refused
+    clamp,    ///< samples beyond full scale are set to full scale
+    scaleAll  ///< all parts of a song are turned down by one factor, so that the loudest just fits
+};
+
+/// Which part of a song is read, and how.
+struct InputOptions {
+    std::optional<RawAudio> raw;                                ///< of songs without a header
+    double start = 0;                                           ///< seconds of each song to leave out
+    double duration = std::numeric_limits<double>::infinity();  ///< seconds of each song to separate
+};
+
+/// What is separated, with what, and how.
+struct ModelChoice {
+    std::vector<std::string> models;  ///< names or files; side by side on the song
+    std::vector<std::string> then;    ///< one after another on what is left
+    std::string key;                  ///< descrambles the models; empty: they are plain
+    std::vector<std::string> stems;   ///< empty: all that the models know
+    std::string provider;             ///< execution provider to try first; empty: the runtime's order
+    std::size_t threads = 0;          ///< of a model call; 0: the runtime's choice
+    double latency = 0;               ///< seconds; 0: the cheapest
+    std::size_t context = 0;          ///< frames; 0: the model's own
+};
+
+/// What becomes of the parts.
+struct OutputOptions {
+    std::filesystem::path folder;  ///< empty: the current one
+    bool toStandardOutput = false;
+    std::string name = "{song}/{stem}.{ext}";  ///< of a result in that folder
+    bool wantStems = true;
+    bool wantRest = true;
+    const AudioFormat* format = nullptr;
+    std::optional<double> quality;
+    ClipPolicy clip = ClipPolicy::none;
+    bool spectrogram = false;
+    bool linear = false;  ///< frequencies of the spectrogram
+    bool record = true;
+};
+
+struct Options {
+    std::vector<std::string> songs;  ///< files, folders or pipeSign
+    InputOptions input;
+    ModelChoice model;
+    OutputOptions output;
+    bool overwrite = false;
+    int jobs = 1;  ///< songs at a time
+    bool json = false;
+    Verbosity verbosity = Verbosity::normal;
+    bool listStems = false;
+    bool listProviders = false;
+};
+
+/// Seconds of "95", "1:35" or "0:01:35.5". @param option for the message. @throws as parseOptions().
+double parseTime(const std::string& option, const std::string& text);
+
+/// @return what was asked for; ends the process with code 0 after --help and --version.
+/// @throws Failure with ExitCode::wrongUsage.
+Options parseOptions(int argc, const char* const* argv);
+
+}  // namespace tavrin::tool

@@ -1,0 +1,58 @@
+/// @file
+/// The files that a song leaves behind: all of them, or none.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "audio/audio_reader.h"
+#include "audio/audio_writer.h"
+#include "common/hidden_file.h"
+#include "separate/names.h"
+#include "separate/options.h"
+#include "separate/record.h"
+#include "separate/scratch_file.h"
+#include "spectrogram/spectrogram_picture.h"
+#include "stems/separation.h"
+
+namespace tavrin::tool {
+
+/// The results of one song: its stems, the rest, a picture of them and a record.
+class Results {
+public:
+    /// @param song gives rate, tags and cover. @throws Failure with ExitCode::wrongUsage when a result would replace
+    /// the song itself; as the other members, AudioError or Failure with ExitCode::writeFailed.
+    Results(const OutputOptions& options, const Song& source, const Targets& targets, const AudioReader& song,
+            double start);
+
+    /// @param parts as Separation returns them; those that the user does not want are dropped.
+    /// @throws also for samples that the format cannot hold and that are to stay as they are.
+    void write(const Parts& parts);
+
+    /// Gives the files their names. The report receives what there is to say of them.
+    void publish(SongReport& report);
+
+private:
+    struct Part {
+        Target target;
+        std::unique_ptr<HiddenFile> file;  // none: standard output
+        std::unique_ptr<AudioWriter> writer;
+        std::unique_ptr<ScratchFile> waiting;  // for the gain of all parts
+        float peak = 0;
+        std::int64_t clipped = 0;
+    };
+
+    void openPart(const Target& target, const Song& source, const AudioReader& song);
+    void write(Part& part, std::vector<float> samples);
+    float applyGain();
+
+    const OutputOptions& _options;
+    const Targets& _targets;
+    std::vector<Part> _parts;
+    std::unique_ptr<HiddenFile> _pictureFile;
+    std::optional<SpectrogramPicture> _picture;
+};
+
+}  // namespace tavrin::tool
