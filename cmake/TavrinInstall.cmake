@@ -19,7 +19,7 @@ set(_engine_headers
   inference/inference.h inference/inference_onnx.h inference/profiler.h inference/stem_flags.h
   pipeline/buffer_aggregator.h pipeline/chunk_processor.h pipeline/model_window.h pipeline/overlap_add.h
   pipeline/post_processor.h pipeline/pre_processor.h pipeline/sample_ring.h
-  dsp/row_loops.h support/index_range.h support/restrict.h support/tensor.h)
+  support/index_range.h support/tensor.h)
 foreach(_header IN LISTS _engine_headers)
   cmake_path(GET _header PARENT_PATH _folder)
   install(FILES "src/${_header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin/${_folder}" COMPONENT development)

@@ -118,6 +118,9 @@ class Readers(unittest.TestCase):
     def test_sayInOneLineWhatIsWrong(self):
         with zipfile.ZipFile(FOLDER / "zipped.pth", "w") as archive:
             archive.writestr("zipped/data.pkl", pickle.dumps({"fc1.weight": Hostile()}, 2))
+        with zipfile.ZipFile(HERE / "vocals.pth") as whole, zipfile.ZipFile(FOLDER / "short.pth", "w") as archive:
+            for name in whole.namelist():  # the tensors are as large as before, their data is not
+                archive.writestr(name, whole.read(name)[: 8 if "/data/" in name else None])
         (FOLDER / "bare.pth").write_bytes(pickle.dumps(Hostile(), 0))
         lacking = weights.load(HERE / "vocals.pth")
         lacking = {name: array for name, array in lacking.items() if not name.startswith("lstm.weight_ih_l1")}
@@ -126,6 +129,7 @@ class Readers(unittest.TestCase):
         for text, family, *arguments in [
             ("wants posix.mkdir, which is no tensor", "openunmix", FOLDER / "zipped.pth"),
             ("wants posix.mkdir, which is no tensor", "unet", FOLDER / "bare.pth"),
+            ("reaches beyond its data", "openunmix", FOLDER / "short.pth"),
             ("'fc1.weight' is missing", "openunmix", HERE / "stems.npz"),
             ("'fc2.weight' is [3, 3], [8, 16] is needed", "openunmix", FOLDER / "other.npz"),
             ("neither 'down1_conv.1.weight' nor 'conv2d.kernel'", "unet", HERE / "vocals.pth"),
