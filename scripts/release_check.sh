@@ -34,6 +34,7 @@ check clean "nothing is left uncommitted" test -z "$(git status --porcelain)"
 check changelog "CHANGELOG.md has this version at its top" \
     bash -c "grep -m1 '^## ' CHANGELOG.md | grep -qF '## $version'"
 check dated "and no longer calls it unreleased" bash -c "! grep -m1 '^## ' CHANGELOG.md | grep -q unreleased"
+check port "the port for vcpkg has this version, too" grep -qF "\"version\": \"$version\"" packaging/vcpkg/vcpkg.json
 check ci "everything that CI does" bash .ci/run
 check stress "stress programs" make stress
 check fuzz "fuzzers, five minutes each" make fuzz
