@@ -5,7 +5,6 @@ say of files that are wrong. Needs Debian's python3-onnx.    families_test.py LI
 What is stored beside this script was written by bench/families.py store, with random weights.
 """
 
-import io
 import os
 from pathlib import Path
 import pickle
@@ -84,18 +83,23 @@ class Families(unittest.TestCase):
     def test_invertIsTheMixWithoutTheStemAndHalfIsClose(self):
         audio, options = signal(3), [HERE / "mdx_vocals.onnx", "--frame-length", 6144]
         stem = LIBRARY.separate(adapt(FOLDER / "model.onnx", "mdx", *options), audio)["vocals"]
-        rest = LIBRARY.separate(adapt(FOLDER / "rest.onnx", "mdx", *options, "--invert", "--stems", "band"), audio)["band"]
+        rest = LIBRARY.separate(adapt(FOLDER / "rest.onnx", "mdx", *options, "--invert", "--stems", "band"), audio)[
+            "band"
+        ]
         # The network sees 64 bins, up to 459 Hz: above it the inverted stem has nothing.
         low = numpy.fft.irfft(numpy.fft.rfft(audio)[:, : 3 * 400], audio.shape[1])
         together = numpy.fft.irfft(numpy.fft.rfft(stem + rest)[:, : 3 * 400], audio.shape[1])
         self.assertGreater(agreement(together, low), 60)
-        loud = LIBRARY.separate(adapt(FOLDER / "loud.onnx", "mdx", *options, "--compensate", 2, "--half"), audio)["vocals"]
+        loud = LIBRARY.separate(adapt(FOLDER / "loud.onnx", "mdx", *options, "--compensate", 2, "--half"), audio)[
+            "vocals"
+        ]
         self.assertGreater(agreement(loud, 2 * stem), 40)
-
 
     def test_otherFramesBinsAndRatesGiveEightStemsAndTheRest(self):
         audio = signal(3)
-        low = numpy.fft.irfft(numpy.fft.rfft(audio)[:, : audio.shape[1] // 4], audio.shape[1])  # below the model's 700 bins
+        low = numpy.fft.irfft(
+            numpy.fft.rfft(audio)[:, : audio.shape[1] // 4], audio.shape[1]
+        )  # below the model's 700 bins
         stems = LIBRARY.separate((ROOT / "tests/models/eight_stems.onnx").read_bytes(), low, rest=True)
         self.assertEqual(list(stems), "voice choir drums bass piano guitar strings wind rest".split())
         self.assertGreater(agreement(2 * stems["voice"], low), 100)
