@@ -22,7 +22,7 @@ build() {
 
 mkdir -p "$out" build
 say "building $preset"
-build -UCMAKE_INSTALL_LIBDIR  # which the second build below sets
+if [ $# = 0 ]; then build -UCMAKE_INSTALL_LIBDIR; else build; fi  # which the second build below sets
 rm -f "$build"/packages/*.deb
 (cd "$build" && cpack -G DEB >cpack.log 2>&1) || { tail -n 20 "$build/cpack.log" >&2; exit 1; }
 
