@@ -9,7 +9,8 @@ foreach(_pair IN LISTS CPACK_TAVRIN_PACKAGES)
     "tavrin (${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) unstable; urgency=medium\n\n"
     "  * Version ${CPACK_PACKAGE_VERSION}; CHANGELOG.md of the sources says what is new.\n\n"
     " -- ${CPACK_PACKAGE_CONTACT}  ${_date}\n")
-  file(COPY "${CPACK_TAVRIN_COPYRIGHT}" DESTINATION "${_documents}")
+  file(COPY "${CPACK_TAVRIN_COPYRIGHT}" DESTINATION "${_documents}"
+    FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
   file(GLOB _pages "${_root}/share/man/man1/*.1")
   execute_process(COMMAND gzip -9n "${_documents}/changelog.Debian" ${_pages} COMMAND_ERROR_IS_FATAL ANY)
 endforeach()

@@ -22,9 +22,9 @@ build() {
 
 mkdir -p "$out" build
 say "building $preset"
-build -UCMAKE_INSTALL_LIBDIR -UTAVRIN_RUNTIME_SUBDIR
+if [ $# = 0 ]; then build -UCMAKE_INSTALL_LIBDIR; else build; fi  # which the second build below sets
 rm -f "$build"/packages/*.deb
-(cd "$build" && cpack -G DEB >cpack.log) || { tail -n 20 "$build/cpack.log" >&2; exit 1; }
+(cd "$build" && cpack -G DEB >cpack.log 2>&1) || { tail -n 20 "$build/cpack.log" >&2; exit 1; }
 
 # The tree has the runtime beside the library, and no place of this machine in it.
 build -DCMAKE_INSTALL_LIBDIR=lib -DTAVRIN_RUNTIME_SUBDIR=.

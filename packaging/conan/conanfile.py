@@ -27,7 +27,8 @@ class TavrinConan(ConanFile):
         self.version = ".".join(re.findall(r"#define TAVRIN_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", header))
 
     def export_sources(self):
-        for pattern in "CMakeLists.txt", "LICENSE", "cmake/*", "docs/man/*", "include/*", "models/*", "src/*":
+        for pattern in "CMakeLists.txt", "LICENSE", "cmake/*", "docs/man/*", "include/*", "models/*",
+                        "packaging/*", "src/*":
             copy(self, pattern, os.path.join(self.recipe_folder, "../.."), self.export_sources_folder)
 
     def requirements(self):
