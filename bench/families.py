@@ -20,7 +20,6 @@ import time
 import types
 
 import numpy
-import onnx
 import torch
 from torch import nn
 
@@ -56,7 +55,9 @@ class Mdx:
     class Block(nn.Module):
         def __init__(self, channels, layers, bins, narrow):
             super().__init__()
-            one = lambda: nn.Sequential(nn.Conv2d(channels, channels, 3, padding=1), nn.BatchNorm2d(channels), nn.ReLU())
+            one = lambda: nn.Sequential(
+                nn.Conv2d(channels, channels, 3, padding=1), nn.BatchNorm2d(channels), nn.ReLU()
+            )
             self.near = nn.Sequential(*(one() for _ in range(layers)))
             self.far = nn.Sequential(
                 nn.Linear(bins, bins // narrow, bias=False), nn.BatchNorm2d(channels), nn.ReLU(),
