@@ -147,7 +147,9 @@ public:
             throw std::invalid_argument("an input of " + std::to_string(samples.size()) +
                                         " values cannot be split into two channels of equal length");
         const size_t finished = last ? _engine.pending() : _engine.outputFor(n);
+        _state = State::failed;  // should memory run out
         std::vector<std::vector<float>> results(_outputs.size(), std::vector<float>(2 * finished));
+        _state = State::open;
         for (size_t o = 0; o < results.size(); ++o) {
             float* out = results[o].data();
             if (_interleaved) {

@@ -8,12 +8,13 @@ from onnx import TensorProto, checker, helper, numpy_helper
 CONTRACT = [1, 4, 256, 2048]  # batch, planes (real and imaginary per channel), frames, bins
 
 
-def write(name, nodes, shape, kind=TensorProto.FLOAT, constants=(), inputs=("spectrum",), outputs=("separated",), flags=(), metadata=()):
+def write(name, nodes, shape, kind=TensorProto.FLOAT, constants=(), inputs=("spectrum",), outputs=("separated",), flags=(), metadata=(), turned=False):
     tensor = helper.make_tensor_value_info
+    order = slice(None, None, -1 if turned else 1)
     graph = helper.make_graph(
         nodes, name,
-        [tensor(text, kind, shape) for text in inputs] + [tensor(text, TensorProto.BOOL, [1]) for text in flags],
-        [tensor(text, kind, shape) for text in outputs],
+        ([tensor(text, kind, shape) for text in inputs] + [tensor(text, TensorProto.BOOL, [1]) for text in flags])[order],
+        [tensor(text, kind, shape) for text in outputs][order],
         [numpy_helper.from_array(value, constant) for constant, value in constants])
     model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 13)], ir_version=8, producer_name="")
     helper.set_model_props(model, dict(metadata))
@@ -54,7 +55,8 @@ write("six_stems", [
     outputs=[f"{stem}_output" for stem in STEMS],
     constants=[(f"{stem}_gain", numpy.array([0.5 ** (i + 1)], numpy.float32)) for i, stem in enumerate(STEMS)])
 
-# Says which flags are set, as a sum of 1, 2, 4 … in every value of each output.
+# Says which flags are set, as a sum of 1, 2, 4 … in every value of each output. Names count, so all stands in the reverse
+# order.
 write("flags", [
     *[helper.make_node("Cast", [f"{stem}_flag"], [f"{stem}_set"], to=TensorProto.FLOAT) for stem in STEMS],
     helper.make_node("Concat", [f"{stem}_set" for stem in STEMS], ["set"], axis=0),
@@ -63,7 +65,7 @@ write("flags", [
     helper.make_node("Mul", ["unified_input", "zero"], ["silence"]),
     *[helper.make_node("Add", ["silence", "sum"], [f"{stem}_output"]) for stem in STEMS],
 ], [1, 4, 3, 8], inputs=["unified_input"], flags=[f"{stem}_flag" for stem in STEMS],
-    outputs=[f"{stem}_output" for stem in STEMS],
+    outputs=[f"{stem}_output" for stem in STEMS], turned=True,
     constants=[("bits", numpy.array([2 ** i for i in range(6)], numpy.float32)), ("zero", numpy.zeros(1, numpy.float32))])
 
 # Two stems without flags, and all that a model can say of itself.

@@ -164,7 +164,7 @@ TEST(ChunkProcessor, logsWhatItDoes) {
     ChunkProcessor processor = makeSmall();
     LogCapture log;
     processor.process(xt::xarray<float>({2, 16}, 1.1f), false);
-    processor.process(xt::xarray<float>({2, 16}, 1.5f), true);
+    processor.process(xt::xarray<float>({2, 16}, -1.5f), true);
     std::string own;
     ptrdiff_t asked = 0;  // whether the queue can take a block: once a call
     for (const auto& line : log.lines) asked += line.text.starts_with("Can accept check");

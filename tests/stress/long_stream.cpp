@@ -5,17 +5,15 @@
 #include "stress/stress.h"
 
 int main(int, char** argv) {
-    const auto model = modelBytes("passthrough.onnx");
-    tavrin::initializeModel("model", dataOf(model));
-    tavrin::StreamSeparator separator({.modelTag = "model"});
+    tavrin::Separator separator(load(modelBytes("passthrough.onnx")), {{}, true});
     const auto block = noise(2 * 4410, 1);  // a tenth of a second
     size_t in = 0, out = 0;
     rusage early{}, late{};
     for (const size_t minute = 600 * block.size(); in < minute * std::stoul(argv[1]); in += block.size()) {
         if (in == minute) getrusage(RUSAGE_SELF, &early);
-        out += separator.process(block).size();
+        out += separator.process(block).back().size();
     }
-    out += separator.finish().size();
+    out += separator.finish().back().size();
     getrusage(RUSAGE_SELF, &late);
     std::printf("long_stream: %zu samples in, %zu out; resident at most %ld KiB in the first minute, %ld in all\n",
                 in / 2, out / 2, early.ru_maxrss, late.ru_maxrss);

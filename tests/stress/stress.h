@@ -4,11 +4,10 @@
 
 #include <cstdio>
 
-#include "api/model_registry.h"
 #include "models/model_bytes.h"
-#include "support/fake_inference.h"
 #include "support/signals.h"
-#include "tavrin/multi_stem_separator.h"
-#include "tavrin/stream_separator.h"
+#include "tavrin/separator.h"
 
-inline tavrin::ModelData dataOf(const std::vector<std::uint8_t>& bytes) { return {bytes.data(), bytes.size(), {}}; }
+inline tavrin::Model load(const std::vector<std::uint8_t>& bytes) {
+    return tavrin::Model({bytes.data(), bytes.size()});
+}

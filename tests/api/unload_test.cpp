@@ -1,0 +1,47 @@
+// Unloading the library while models are loaded, one in the registry and one in use, neither hangs nor crashes, also
+// not when the process ends: twenty processes, as it depends on when the runtime's threads wake up.
+//     unload_test LIBRARY MODEL
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "tavrin/tavrin_c.h"
+#include "tavrin/tavrin_proc.h"
+
+template <class Function>
+static Function* symbol(void* library, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(library, name));
+}
+
+static bool loadAndUnload(const char* path, const std::vector<char>& model) {
+    void* const library = dlopen(path, RTLD_NOW);
+    if (!library) return std::puts(dlerror()), false;
+    const auto initialize =
+        symbol<decltype(tavrin::initializeModel)>(library,
+                                                  "_ZN6tavrin15initializeModelERKNSt7__cxx1112basic_string"
+                                                  "IcSt11char_traitsIcESaIcEEERKNS_9ModelDataE");
+    const auto create = symbol<decltype(tavrin_model_create)>(library, "tavrin_model_create");
+    tavrin_model* handle = nullptr;
+    return initialize && create &&
+           initialize("tag", {reinterpret_cast<const std::uint8_t*>(model.data()), model.size(), nullptr}) &&
+           create(model.data(), model.size(), nullptr, &handle) == TAVRIN_OK && dlclose(library) == 0;
+}
+
+int main(int, char** argv) {
+    std::ifstream file(argv[2], std::ios::binary);
+    const std::vector<char> model(std::istreambuf_iterator<char>(file), {});
+    for (int run = 0; run < 20; ++run) {
+        if (fork() == 0) {
+            alarm(60);  // seconds
+            std::exit(loadAndUnload(argv[1], model) ? 0 : 1);
+        }
+        int status = 0;
+        if (wait(&status) < 0 || status != 0) return std::printf("process %d ended with status %d\n", run, status), 1;
+    }
+}
