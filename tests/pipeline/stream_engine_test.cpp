@@ -36,6 +36,9 @@ FakeSpectralModel::Model neighbours(size_t frames, size_t bins, size_t reach) {
                     if (out[0]) out[0][at - in] = 0.5f * *at + 0.3f * before - 0.2f * after;
                     if (out[1]) out[1][at - in] = 0.5f * *at;
                 }
+        // An imaginary part of DC, which means nothing.
+        for (size_t f = 0; f < frames && out[0]; ++f)
+            out[0][(frames + f) * bins] = out[0][(3 * frames + f) * bins] = 7.0f;
     };
 }
 
