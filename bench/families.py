@@ -260,7 +260,7 @@ def speed(library, wanted):
     """The time that one more call takes. Processor time of one thread says the most on a machine that is not quiet."""
     frames, context = 256, 16
     for name in wanted:
-        for size in FAMILIES[name].SIZES:
+        for size in (size for size in FAMILIES[name].SIZES if "," not in size and size != "small"):
             family = FAMILIES[name](size)
             step = (frames - 2 * context) * family.hop
             model = adapt(FOLDER / "model.onnx", *family.files(FOLDER, frames))

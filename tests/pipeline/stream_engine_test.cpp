@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <random>
 
 #include "dsp/window.h"
@@ -88,10 +89,11 @@ std::vector<float> stream(StreamEngine& engine, const StreamPlan& plan, const st
 // Every geometry, context, step and kind of length against the whole stream at once, the ends included.
 TEST(StreamEngine, givesWhatAPlainComputationOverTheWholeStreamGives) {
     std::mt19937 random(3);
-    for (const auto& [hop, frames, bins] : {std::tuple{8, 7, 16}, {16, 5, 16}, {8, 16, 11}, {12, 9, 16}, {1, 40, 16}})
-        for (size_t context = 1; 2 * context<size_t(frames); context += frames> 10 ? 5 : 1)
+    using Geometry = std::array<size_t, 3>;
+    for (const auto& [hop, frames, bins] : {Geometry{8, 7, 16}, {16, 5, 16}, {8, 16, 11}, {12, 9, 16}, {1, 40, 16}})
+        for (size_t context = 1; 2 * context<frames; context += frames> 10 ? 5 : 1)
             for (size_t step = 1; step <= frames - 2 * context; step += 1 + step / 3) {
-                const StreamPlan small = plan(size_t(hop), size_t(frames), context, step, size_t(bins));
+                const StreamPlan small = plan(hop, frames, context, step, bins);
                 FakeSpectralModel model(neighbours(small.frames, small.bins, context));
                 StreamEngine engine(model, small);
                 const size_t h = small.hop;

@@ -522,10 +522,10 @@ TEST(Resampler, shiftsNothingAndGivesTheWantedLength) {
                 ASSERT_EQ(out.size(),
                           2 * (length < 0 ? static_cast<std::size_t>(to) / 2 : static_cast<std::size_t>(length)));
                 const Samples expected = tone(to, static_cast<std::size_t>(to) / 2);
-                double largest = 0;
-                for (std::size_t i = expected.size() / 4; i < expected.size() * 3 / 4; ++i)
+                double largest = 0;  // but for the last 10 ms, where the tone breaks off and the filter rings
+                for (std::size_t i = expected.size() / 4; i + static_cast<std::size_t>(to) / 50 < expected.size(); ++i)
                     largest = std::max(largest, static_cast<double>(std::abs(out[i] - expected[i])));
-                EXPECT_LT(largest, 1e-6) << from << " to " << to;
+                EXPECT_LT(largest, 1e-4) << from << " to " << to;
             }
         }
     }
