@@ -79,6 +79,8 @@ package: setup
 	@scripts/package.sh
 
 test-packages: package
+	@scripts/setup.sh arm64
+	@scripts/package.sh arm64
 	@scripts/test_packages.sh
 
 release-check:

@@ -37,4 +37,4 @@ install -D -m 644 "$build/packages/copyright" "$build/tree/$name/share/doc/tavri
 tar -C "$build/tree" --sort=name --owner=0 --group=0 --numeric-owner --mtime="@$SOURCE_DATE_EPOCH" \
     --mode=u=rwX,go=rX -cf - "$name" | gzip -9n >"$out/$name.tar.gz"
 cp "$build"/packages/*.deb "$out"
-(cd "$out" && for file in *.deb "$name.tar.gz"; do say "$file, $(stat -c %s "$file") bytes"; done)
+for file in "$build"/packages/*.deb "$out/$name.tar.gz"; do say "$(basename "$file"), $(stat -c %s "$file") bytes"; done

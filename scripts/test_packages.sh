@@ -120,6 +120,16 @@ cp "$inside"/build/packages/*.deb "$packages"
 say "lintian"
 lintian --fail-on error "$packages"/*.deb 2>"$roots/lintian.txt" | tee -a "$roots/lintian.txt" ||
     fail "lintian has errors; see $roots/lintian.txt"
+
+say "arm64: a host in C on the unpacked tree, under the emulator"
+tree="$roots/arm64"
+rm -rf "$tree"
+mkdir "$tree"
+tar -C "$tree" --strip-components=1 -xf "$packages"/tavrin-*-linux-aarch64.tar.gz
+aarch64-linux-gnu-gcc -I "$tree/include" -DTAVRIN_MODEL="\"$PWD/models/centre.onnx\"" tests/consumers/c/consumer.c \
+    -o "$tree/consumer" -L "$tree/lib" -ltavrin_proc -Wl,-rpath-link,"$tree/lib"
+qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH="$tree/lib" "$tree/consumer" || fail "it ends with $?"
+
 test_in bookworm 12
 test_in trixie 13
 say "all is well"
