@@ -7,7 +7,7 @@
 #   make test-arm64         cross build for arm64 and its unit tests, run by an emulator
 #   make install            install below PREFIX
 #   make bench              one table of the library's speed and memory against its transforms: two minutes
-#   make stress             ten hours of audio, shared models, damaged models, failing memory: four minutes
+#   make stress             ten hours of audio, shared models, damaged models: four minutes
 #   make fuzz [SECONDS=300] each fuzzer for so long (clang)
 #   make docs               the interface as a web site, build/docs/html (needs doxygen)
 #   make format lint clean
