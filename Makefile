@@ -4,6 +4,9 @@
 #   make test               build everything and run the tests
 #   make wheel              the Python package with everything inside, build/wheel
 #   make test-wheel         and its tests, from a fresh environment
+#   make package            Debian packages and a tree to unpack anywhere, build/packages
+#   make test-packages      installs them in empty Debian 12 and 13 systems (as root: ten minutes at first)
+#   make release-check      all that a release needs, as a list
 #   make test-arm64         cross build for arm64 and its unit tests, run by an emulator
 #   make install            install below PREFIX
 #   make bench              one table of the library's speed and memory against its transforms: two minutes
@@ -22,7 +25,7 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
 override SONG := $(value SONG)
 export SONG
 
-.PHONY: all setup setup-tests build demo test wheel test-wheel test-arm64 bench stress fuzz install docs format \
+.PHONY: all setup setup-tests build demo test wheel test-wheel package test-packages release-check test-arm64 bench stress fuzz install docs format \
 	check-format lint clean
 .NOTPARALLEL:
 
@@ -71,6 +74,15 @@ wheel: setup
 
 test-wheel: build
 	@TAVRIN_HOST="$(CURDIR)/$(BUILD)/examples/minimal_host" scripts/wheel.sh test
+
+package: setup
+	@scripts/package.sh
+
+test-packages: package
+	@scripts/test_packages.sh
+
+release-check:
+	@scripts/release_check.sh
 
 stress: setup
 	@scripts/stress.sh

@@ -20,7 +20,6 @@ import time
 import types
 
 import numpy
-import onnx
 import torch
 from torch import nn
 
@@ -56,7 +55,9 @@ class Mdx:
     class Block(nn.Module):
         def __init__(self, channels, layers, bins, narrow):
             super().__init__()
-            one = lambda: nn.Sequential(nn.Conv2d(channels, channels, 3, padding=1), nn.BatchNorm2d(channels), nn.ReLU())
+            one = lambda: nn.Sequential(
+                nn.Conv2d(channels, channels, 3, padding=1), nn.BatchNorm2d(channels), nn.ReLU()
+            )
             self.near = nn.Sequential(*(one() for _ in range(layers)))
             self.far = nn.Sequential(
                 nn.Linear(bins, bins // narrow, bias=False), nn.BatchNorm2d(channels), nn.ReLU(),
@@ -259,7 +260,7 @@ def speed(library, wanted):
     """The time that one more call takes. Processor time of one thread says the most on a machine that is not quiet."""
     frames, context = 256, 16
     for name in wanted:
-        for size in FAMILIES[name].SIZES:
+        for size in (size for size in FAMILIES[name].SIZES if "," not in size and size != "small"):
             family = FAMILIES[name](size)
             step = (frames - 2 * context) * family.hop
             model = adapt(FOLDER / "model.onnx", *family.files(FOLDER, frames))

@@ -19,7 +19,7 @@ set(_engine_headers
   inference/inference.h inference/inference_onnx.h inference/profiler.h inference/stem_flags.h
   pipeline/buffer_aggregator.h pipeline/chunk_processor.h pipeline/model_window.h pipeline/overlap_add.h
   pipeline/post_processor.h pipeline/pre_processor.h pipeline/sample_ring.h
-  dsp/row_loops.h support/index_range.h support/restrict.h support/tensor.h)
+  support/index_range.h support/tensor.h)
 foreach(_header IN LISTS _engine_headers)
   cmake_path(GET _header PARENT_PATH _folder)
   install(FILES "src/${_header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tavrin/${_folder}" COMPONENT development)
@@ -34,15 +34,15 @@ if(TAVRIN_INSTALL_RUNTIME AND UNIX AND NOT APPLE)
   cmake_path(GET _runtime PARENT_PATH _runtime_folder)
   file(GLOB _providers "${_runtime_folder}/libonnxruntime_providers_*.so")  # the runtime loads them from its own folder
   cmake_path(IS_ABSOLUTE CMAKE_INSTALL_LIBDIR _is_absolute)
-  set(_into "${CMAKE_INSTALL_LIBDIR}")
+  set(_into "${CMAKE_INSTALL_LIBDIR}/${TAVRIN_RUNTIME_SUBDIR}")
   if(NOT _is_absolute)
-    set(_into "\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}")
+    string(PREPEND _into "\${CMAKE_INSTALL_PREFIX}/")
   endif()
   install(CODE "
     if(\"${TAVRIN_INSTALL_RUNTIME}\" STREQUAL \"AUTO\" AND NOT \"\$ENV{DESTDIR}\" STREQUAL \"\")
       message(STATUS \"DESTDIR is set: ONNX Runtime is not installed (-DTAVRIN_INSTALL_RUNTIME=ON does it)\")
     else()
-      file(INSTALL \"${_runtime}\" DESTINATION \"${_into}\" RENAME libonnxruntime.so.1)
+      file(INSTALL \"${_runtime}\" DESTINATION \"${_into}\" RENAME ${onnxruntime_SONAME})
       file(INSTALL ${_providers} DESTINATION \"${_into}\")
     endif()" COMPONENT runtime)
 endif()

@@ -56,7 +56,7 @@ SMOOTHING = 2  # frames and bins to either side
 
 
 def voice(graph):
-    """The centre's likeness over the neighbourhood of a place, to the power of 8, faded towards bass and treble."""
+    """The centre's likeness over the neighbourhood of a place, to the power of 16, faded towards bass and treble."""
     planes = graph.add("Split", "spectrum", axis=1, outputs=4)
     shared, energy = shared_and_energy(graph, planes)
     width = 2 * SMOOTHING + 1
@@ -70,7 +70,7 @@ def voice(graph):
     shared, energy = graph.add("Split", sums, axis=1, outputs=2)
     mask = graph.Clip(graph.Div(shared, graph.Add(energy, TINY)), 0.0, 0.5)
     mask = graph.Add(mask, mask)
-    for _ in range(3):
+    for _ in range(4):
         mask = graph.Mul(mask, mask)
     return middle(graph, planes, graph.Mul(mask, voice_range() / 2))
 
@@ -78,7 +78,7 @@ def voice(graph):
 def voice_range():
     """1 for the bins of voices and 0 for those of bass and treble, with raised cosines an octave wide between them."""
     frequency = numpy.maximum(numpy.arange(BINS), 0.5) * 44100 / 4096
-    above_bass = numpy.clip(numpy.log2(frequency / 100) + 0.5, 0, 1)
+    above_bass = numpy.clip(numpy.log2(frequency / 120) + 0.5, 0, 1)
     below_treble = numpy.clip(numpy.log2(12000 / frequency) + 0.5, 0, 1)
     return numpy.sin(numpy.pi / 2 * above_bass) ** 2 * numpy.sin(numpy.pi / 2 * below_treble) ** 2
 

@@ -21,8 +21,8 @@ def frame_length(model, asked):
         return asked
     if len(fits) != 1:
         raise wrap.WrapError(
-            f"{bins} bins go with frames of {', '.join(map(str, fits)) or 'no known number of'} samples; say which with "
-            "--frame-length (whoever publishes the file does, often as n_fft)"
+            f"{bins} bins go with frames of {', '.join(map(str, fits)) or 'no known number of'} samples; say which "
+            "with --frame-length (whoever publishes the file does, often as n_fft)"
         )
     return fits[0]
 

@@ -70,7 +70,7 @@ class Network:
         return scale, bias - mean * scale
 
     def lstm(self, width):
-        """Per layer the matrices for inputs and states and the biases, as the operator wants them, [directions, …]."""
+        """Per layer the matrices for inputs and states and the biases as the operator wants them, [directions, …]."""
         size = self.shape("lstm.weight_hh_l0", 2)[1]
         directions = ["", "_reverse"] if "lstm.weight_ih_l0_reverse" in self.weights else [""]
         self.lstm_size, self.lstm_width = size, size * len(directions)

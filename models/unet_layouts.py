@@ -33,7 +33,9 @@ def networks(files, stems):
             prefixes = [key.removesuffix("." + DOWN) for key in weights if key.endswith("." + DOWN)]
             if not prefixes:
                 some = ", ".join(sorted(weights)[:3])
-                raise WeightsError(f"{name}: no stem U-Net, there is neither '{DOWN}' nor 'conv2d.kernel' (it has {some}, …)")
+                raise WeightsError(
+                    f"{name}: no stem U-Net, there is neither '{DOWN}' nor 'conv2d.kernel' (it has {some}, …)"
+                )
             for prefix in prefixes:
                 start = prefix + "."
                 found[prefix] = {key.removeprefix(start): a for key, a in weights.items() if key.startswith(start)}
@@ -60,7 +62,9 @@ def _original(weights, network):
     def kernel(kind, number):
         array = get(kind, number, "kernel")
         if array.ndim != 4:
-            raise WeightsError(f"'{_numbered(kind, number, 'kernel')}' is {list(array.shape)}; four dimensions are needed")
+            raise WeightsError(
+                f"'{_numbered(kind, number, 'kernel')}' is {list(array.shape)}; four dimensions are needed"
+            )
         return array.transpose(3, 2, 0, 1)
 
     arrays = {}

@@ -1,9 +1,17 @@
 #!/usr/bin/python3
 """The same U-Nets in plain PyTorch: what the ONNX graphs of unet.py are measured against, in parity and in speed.
 
-Transform, networks and masks work on the whole song at once, in segments of 512 frames as the family's programs do.
-Needs Debian's python3-torch. Nothing that is built, installed or tested by `make` needs it.
+Transform, networks and masks work on the whole song at once, in segments of 512 frames as the family's programs do, or
+in overlapping windows as our engine does. Needs Debian's python3-torch, and ffmpeg; nothing that is built, installed or
+tested by `make` needs it.
+
+    models/unet_torch.py PACKAGE.whl SONG VOICE.wav [--context FRAMES]     separates SONG
 """
+
+import argparse
+import resource
+import subprocess
+import time
 
 import numpy
 import torch
@@ -59,19 +67,57 @@ def ratios(networks, magnitude, mask="sigmoid"):
 
 
 @torch.no_grad()
-def separate(networks, audio, bins=BINS, segment=SEGMENT, mask="sigmoid"):
-    """Stems [stems, 2, samples] of audio [2, samples]."""
+def separate(networks, audio, bins=BINS, segment=SEGMENT, context=0, mask="sigmoid"):
+    """Stems [stems, 2, samples] of audio [2, samples].
+
+    context: frames at both ends of a segment that are only seen; the next segment begins so much earlier. With any, the
+    segments lie as our engine's do, whose first frame ends where the audio begins: two before the first one here.
+    """
     window = torch.hann_window(FRAME)
     spectrum = torch.stft(audio, FRAME, HOP, window=window, pad_mode="constant", return_complex=True)
     magnitude = spectrum[:, :bins].abs().transpose(1, 2)
-    frames = magnitude.shape[1]
-    magnitude = functional.pad(magnitude, (0, 0, 0, -frames % segment))
-    segments = magnitude.unflatten(1, (-1, segment)).transpose(0, 1)
-    stems = torch.stack([ratios(networks, one[None], mask)[:, 0] for one in segments], 2).flatten(2, 3)[:, :, :frames]
+    frames, step, first = magnitude.shape[1], segment - 2 * context, 2 if context else 0
+    segments = -(-(first + frames) // step)
+    before, whole = context + first, segments * step + 2 * context
+    magnitude = functional.pad(magnitude, (0, 0, before, whole - before - frames))
+    found = []
+    for k in range(segments):
+        stems = ratios(networks, magnitude[None, :, k * step : k * step + segment], mask)[:, 0]
+        found.append(stems[:, :, context : segment - context])
+    masks = torch.cat(found, 2)[:, :, first : first + frames].transpose(2, 3)
+    upper = FRAME // 2 + 1 - bins
     return torch.stack([
-        torch.istft(
-            functional.pad(spectrum[:, :bins] * stem.transpose(1, 2), (0, 0, 0, FRAME // 2 + 1 - bins)),
-            FRAME, HOP, window=window, length=audio.shape[1],
-        )
-        for stem in stems
+        torch.istft(functional.pad(spectrum[:, :bins] * m, (0, 0, 0, upper)), FRAME, HOP, window=window, length=audio.shape[1])
+        for m in masks
     ])  # fmt: skip
+
+
+def main():
+    import import_vocals
+
+    parser = argparse.ArgumentParser(description="Takes the voice out of a song with plain PyTorch.")
+    parser.add_argument("package"), parser.add_argument("song"), parser.add_argument("voice")
+    parser.add_argument("--segment", type=int, default=SEGMENT)
+    parser.add_argument("--context", type=int, default=0)
+    parser.add_argument("--threads", type=int, default=2)
+    options = parser.parse_args()
+    torch.set_num_threads(options.threads)
+    networks = [network(weights) for weights in import_vocals.networks(options.package).values()]
+    start = time.perf_counter()
+    audio = subprocess.run(
+        ["ffmpeg", "-v", "error", "-i", options.song, "-ar", "44100", "-ac", "2", "-f", "f32le", "-"],
+        check=True, stdout=subprocess.PIPE,
+    ).stdout  # fmt: skip
+    audio = torch.from_numpy(numpy.frombuffer(audio, "<f4").reshape(-1, 2).T.copy())
+    voice = separate(networks, audio, segment=options.segment, context=options.context)[0]
+    subprocess.run(
+        ["ffmpeg", "-v", "error", "-y", "-f", "f32le", "-ar", "44100", "-ac", "2", "-i", "-", "-c:a", "pcm_f32le", options.voice],
+        check=True, input=voice.T.contiguous().numpy().tobytes(),
+    )  # fmt: skip
+    seconds, song = time.perf_counter() - start, audio.shape[1] / 44100
+    peak = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss / 1024
+    print(f"{song:.0f} s of music in {seconds:.1f} s, {song / seconds:.1f} times real time; peak memory {peak:.0f} MiB")
+
+
+if __name__ == "__main__":
+    main()

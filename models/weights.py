@@ -21,7 +21,7 @@ import zipfile
 
 import numpy
 
-# An ONNX file holds less than 2 GiB, so more weights cannot be used. Also keeps small files from unfolding to large ones.
+# An ONNX file holds less than 2 GiB, so more weights cannot be used. Also keeps small files from becoming large arrays.
 MOST_BYTES = 2**31
 MOST_ENTRIES = 100_000
 DEEPEST = 4  # dictionaries in dictionaries
@@ -102,8 +102,8 @@ def _zip(archive):
 
 
 def _legacy(stream):
-    """Pickles in a row (a magic number, a version, facts on the machine, the checkpoint, the keys of the storages), then
-    the storages: the number of elements and these."""
+    """Pickles in a row (a magic number, a version, facts on the machine, the checkpoint, the keys of the storages),
+    then the storages: the number of elements and these."""
     if _Program(stream).result != 0x1950A86A20F9469CFC6C:
         raise WeightsError("is a pickle, but no PyTorch checkpoint")
     _Program(stream), _Program(stream)
@@ -153,7 +153,7 @@ def _tensors(checkpoint):
                 raise WeightsError("holds more than 2 GiB, which no ONNX file can")
         elif isinstance(value, dict):
             if depth == DEEPEST or seen + len(value) > MOST_ENTRIES:
-                raise WeightsError(f"has dictionaries nested deeper than {DEEPEST}, or more than {MOST_ENTRIES} entries")
+                raise WeightsError(f"has dictionaries deeper than {DEEPEST}, or more than {MOST_ENTRIES} entries")
             work += [(f"{name}.{key}" if name else str(key), part, depth + 1) for key, part in reversed(value.items())]
     return found
 

@@ -1,5 +1,5 @@
-"""Puts operators around an ONNX model that nearly meets the contract, and leaves it as it is inside. Names of inputs and
-outputs stay; dimensions that were open become numbers; weights in separate files come into the one that is written.
+"""Puts operators around an ONNX model that nearly meets the contract, and leaves it as it is inside. Names of inputs
+and outputs stay; dimensions that were open become numbers; weights in separate files come into the one that is written.
 """
 
 from dataclasses import dataclass, field
@@ -34,7 +34,7 @@ class Wrapping:
 
 
 def read(path):
-    """The model with all its weights. Those in other files have to lie beside it: a name is not trusted to lead elsewhere."""
+    """The model with all its weights. Those in other files have to lie beside it: names are not followed elsewhere."""
     try:
         model = onnx.load(path, load_external_data=False)
         for tensor in tensors(model.graph):
@@ -84,7 +84,9 @@ def spectra(graph):
     if not inputs or not outputs:
         raise WrapError("the model has no input or no output with four dimensions")
     if len(inputs) > 1:
-        raise WrapError(f"the model has {len(inputs)} spectra as inputs ({', '.join(v.name for v in inputs)}); one is needed")
+        raise WrapError(
+            f"the model has {len(inputs)} spectra as inputs ({', '.join(v.name for v in inputs)}); one is needed"
+        )
     return inputs, outputs
 
 
@@ -119,13 +121,15 @@ class Wrapper:
         found, sizes = dimensions(self.inputs[0]), []
         wanted = ("frames", self.wrapping.frames, FRAMES), ("bins", self.wrapping.bins, self.wrapping.half_frame)
         for axis, (name, asked, usual) in zip(self.axes(), wanted):
-            fixed = next((d[axis] for d in map(dimensions, self.inputs + self.outputs) if isinstance(d[axis], int)), None)
+            fixed = next(
+                (d[axis] for d in map(dimensions, self.inputs + self.outputs) if isinstance(d[axis], int)), None
+            )
             if asked and fixed and asked != fixed:
                 raise WrapError(f"'{self.inputs[0].name}' is {found}; --{name} {asked} does not fit it")
             sizes.append(fixed or asked or usual)
         if sizes[1] > self.wrapping.half_frame + 1:
             raise WrapError(
-                f"'{self.inputs[0].name}' is {found}: {sizes[1]} bins, but frames of {2 * self.wrapping.half_frame} samples "
+                f"'{self.inputs[0].name}' is {found}: {sizes[1]} bins; frames of {2 * self.wrapping.half_frame} samples "
                 f"have {self.wrapping.half_frame}{self.hint(found)}; --frame-length tells another length"
             )
         if not self.wrapping.swap and isinstance(found[2], int) and sizes[1] < sizes[0] and not self.wrapping.frames:

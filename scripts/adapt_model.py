@@ -26,7 +26,6 @@ import unet_layouts
 import weights
 import wrap
 
-
 UNET_FRAMES = 512
 
 # Frames to see on both sides of a frame, where a call has four times as many. docs/models.md has what they bring.
@@ -49,7 +48,7 @@ def adapt_mdx(options):
     )
     metadata = {"frame_length": length, "hop": mdx.HOP, "window": "hann"}
     return wrap.wrap(model, wrapping, metadata), (
-        f"frames of {length} samples every {mdx.HOP}; times {gain:g}{', taken from the mix' if options.invert else ''}; "
+        f"frames of {length} samples every {mdx.HOP}; times {gain:g}{', taken from the mix' * options.invert}; "
         f"the stem is called '{stems[0]}'"
     )
 
@@ -67,7 +66,9 @@ def adapt_openunmix(options):
     model = openunmix.build(targets, {}, options.frames or openunmix.FRAMES, options.apart)
     shared = len(targets) > 1 and not options.apart
     return model, f"{', '.join(targets)}; " + (
-        "the stems share out the whole mix (--apart leaves each estimate as it is)" if shared else "a mask each, by itself"
+        "the stems share out the whole mix (--apart leaves each estimate as it is)"
+        if shared
+        else "a mask each, by itself"
     )
 
 

@@ -75,7 +75,8 @@ private:
     friend class Separator;
     friend struct ModelAccess;
     class Impl;
-    Model(std::shared_ptr<Impl> impl, std::nullptr_t);  // the second keeps it apart from Model(ModelData)
+    struct Made {};  // keeps the next constructor apart from Model(ModelData)
+    Model(std::shared_ptr<Impl> impl, Made);
     std::shared_ptr<Impl> _impl;
 };
 

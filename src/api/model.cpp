@@ -53,12 +53,12 @@ Model::Impl::Impl(std::unique_ptr<ISpectralModel> model, ModelInfo info)
     : _model(std::move(model)), _info(std::move(info)) {}
 
 Model ModelAccess::handleOf(std::unique_ptr<ISpectralModel> model, ModelInfo info) {
-    return Model(std::make_shared<Model::Impl>(std::move(model), std::move(info)), nullptr);
+    return Model(std::make_shared<Model::Impl>(std::move(model), std::move(info)), Model::Made{});
 }
 
 Model::Model(const ModelData& model, const ModelOptions& options)
     : _impl(withHostExceptions([&] { return std::make_shared<Impl>(model, options); })) {}
-Model::Model(std::shared_ptr<Impl> impl, std::nullptr_t) : _impl(std::move(impl)) {}
+Model::Model(std::shared_ptr<Impl> impl, Made) : _impl(std::move(impl)) {}
 Model::~Model() = default;
 Model::Model(const Model&) = default;
 Model& Model::operator=(const Model&) = default;

@@ -6,8 +6,6 @@
 #include <cstddef>
 #include <vector>
 
-#include "dsp/row_loops.h"
-
 namespace tavrin {
 
 /// A row of samples in two pieces, as a ring holds it: `tail` continues `head`, and is often empty.
@@ -30,22 +28,7 @@ public:
     size_t end() const { return _end; }
 
     /// Appends n samples, at most the capacity: sample i at left[i · step] and right[i · step].
-    void append(const float* left, const float* right, size_t step, size_t n) {
-        for (size_t written = 0; written < n;) {
-            const size_t at = _end % _capacity;
-            const size_t count = std::min(n - written, _capacity - at);
-            float* rows[2] = {row(0) + at, row(1) + at};
-            if (step == 2 && right == left + 1) {
-                deinterleave(left + 2 * written, count, rows[0], rows[1]);
-            } else {
-                for (size_t i = 0; i < count; ++i) rows[0][i] = left[(written + i) * step];
-                for (size_t i = 0; i < count; ++i) rows[1][i] = right[(written + i) * step];
-            }
-            for (float* samples : rows) silenceNonFinite(samples, count);
-            written += count;
-            _end += count;
-        }
-    }
+    void append(const float* left, const float* right, size_t step, size_t n);
 
     /// Appends the sample at `position` once more.
     void appendCopyOf(size_t position) {

@@ -18,8 +18,15 @@ foreach(text IN LISTS texts)
   endforeach()
 endforeach()
 
-# The commands, too, find their library and its runtime where they have been moved to.
+# The commands, too, find their library and its runtime where they have been moved to, and hold no path of the build.
 file(GLOB commands "${PREFIX}/bin/*")
 foreach(command IN LISTS commands)
   execute_process(COMMAND "${command}" --version COMMAND_ERROR_IS_FATAL ANY)
+  foreach(place IN ITEMS "${WORK}" "${BUILD}" "${SOURCE}")
+    string(REGEX REPLACE "([][+.*()^$?|])" "\\\\\\1" pattern "${place}/")
+    file(STRINGS "${command}" traces REGEX "${pattern}")
+    if(traces)
+      message(FATAL_ERROR "${command} names a place of the build: ${traces}")
+    endif()
+  endforeach()
 endforeach()

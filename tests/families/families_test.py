@@ -5,7 +5,6 @@ say of files that are wrong. Needs Debian's python3-onnx.    families_test.py LI
 What is stored beside this script was written by bench/families.py store, with random weights.
 """
 
-import io
 import os
 from pathlib import Path
 import pickle
@@ -84,18 +83,23 @@ class Families(unittest.TestCase):
     def test_invertIsTheMixWithoutTheStemAndHalfIsClose(self):
         audio, options = signal(3), [HERE / "mdx_vocals.onnx", "--frame-length", 6144]
         stem = LIBRARY.separate(adapt(FOLDER / "model.onnx", "mdx", *options), audio)["vocals"]
-        rest = LIBRARY.separate(adapt(FOLDER / "rest.onnx", "mdx", *options, "--invert", "--stems", "band"), audio)["band"]
+        rest = LIBRARY.separate(adapt(FOLDER / "rest.onnx", "mdx", *options, "--invert", "--stems", "band"), audio)[
+            "band"
+        ]
         # The network sees 64 bins, up to 459 Hz: above it the inverted stem has nothing.
         low = numpy.fft.irfft(numpy.fft.rfft(audio)[:, : 3 * 400], audio.shape[1])
         together = numpy.fft.irfft(numpy.fft.rfft(stem + rest)[:, : 3 * 400], audio.shape[1])
         self.assertGreater(agreement(together, low), 60)
-        loud = LIBRARY.separate(adapt(FOLDER / "loud.onnx", "mdx", *options, "--compensate", 2, "--half"), audio)["vocals"]
+        loud = LIBRARY.separate(adapt(FOLDER / "loud.onnx", "mdx", *options, "--compensate", 2, "--half"), audio)[
+            "vocals"
+        ]
         self.assertGreater(agreement(loud, 2 * stem), 40)
-
 
     def test_otherFramesBinsAndRatesGiveEightStemsAndTheRest(self):
         audio = signal(3)
-        low = numpy.fft.irfft(numpy.fft.rfft(audio)[:, : audio.shape[1] // 4], audio.shape[1])  # below the model's 700 bins
+        low = numpy.fft.irfft(
+            numpy.fft.rfft(audio)[:, : audio.shape[1] // 4], audio.shape[1]
+        )  # below the model's 700 bins
         stems = LIBRARY.separate((ROOT / "tests/models/eight_stems.onnx").read_bytes(), low, rest=True)
         self.assertEqual(list(stems), "voice choir drums bass piano guitar strings wind rest".split())
         self.assertGreater(agreement(2 * stems["voice"], low), 100)
@@ -118,6 +122,9 @@ class Readers(unittest.TestCase):
     def test_sayInOneLineWhatIsWrong(self):
         with zipfile.ZipFile(FOLDER / "zipped.pth", "w") as archive:
             archive.writestr("zipped/data.pkl", pickle.dumps({"fc1.weight": Hostile()}, 2))
+        with zipfile.ZipFile(HERE / "vocals.pth") as whole, zipfile.ZipFile(FOLDER / "short.pth", "w") as archive:
+            for name in whole.namelist():  # the tensors are as large as before, their data is not
+                archive.writestr(name, whole.read(name)[: 8 if "/data/" in name else None])
         (FOLDER / "bare.pth").write_bytes(pickle.dumps(Hostile(), 0))
         lacking = weights.load(HERE / "vocals.pth")
         lacking = {name: array for name, array in lacking.items() if not name.startswith("lstm.weight_ih_l1")}
@@ -126,6 +133,7 @@ class Readers(unittest.TestCase):
         for text, family, *arguments in [
             ("wants posix.mkdir, which is no tensor", "openunmix", FOLDER / "zipped.pth"),
             ("wants posix.mkdir, which is no tensor", "unet", FOLDER / "bare.pth"),
+            ("reaches beyond its data", "openunmix", FOLDER / "short.pth"),
             ("'fc1.weight' is missing", "openunmix", HERE / "stems.npz"),
             ("'fc2.weight' is [3, 3], [8, 16] is needed", "openunmix", FOLDER / "other.npz"),
             ("neither 'down1_conv.1.weight' nor 'conv2d.kernel'", "unet", HERE / "vocals.pth"),

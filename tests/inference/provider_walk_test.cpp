@@ -96,7 +96,7 @@ TEST(ProviderWalk, appendsCoreMlByItsOwnFunctionWhereThereIsOne) {
     dlclose(library);
 }
 
-TEST(ProviderWalk, appendsCoreMlWithACacheForMultiStemModels) {
+TEST(ProviderWalk, appendsCoreMlWithACacheForModelsOfSeveralStems) {
     standIn = {.available = {"CoreMLExecutionProvider"}};
     for (const char* name : {"LD_LIBRARY_PATH", "ADSP_LIBRARY_PATH"}) setenv(name, "-", 0);  // the stand-in notes them
     setenv("HOME", "/home/me", 1);

@@ -195,7 +195,7 @@ TEST_F(Command, goesOnPastABadSongAndSaysWhatBecameOfEach) {
 
 TEST_F(Command, separatesWhatIsLeftOfADamagedSongAndSaysSo) {
     Samples song = writeTones("whole.wav", 44100, 2, 100000);
-    for (const std::size_t bad : {5000, 5001, 90000}) song[bad] = bad % 2 == 0 ? NAN : INFINITY;
+    for (const std::size_t bad : {5000U, 5001U, 90000U}) song[bad] = bad % 2 == 0 ? NAN : INFINITY;
     std::ofstream("nan.wav", std::ios::binary)
         << contents("whole.wav").substr(0, contents("whole.wav").size() - song.size() * sizeof(float))
         << std::string(reinterpret_cast<const char*>(song.data()), song.size() * sizeof(float));

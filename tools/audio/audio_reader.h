@@ -71,8 +71,8 @@ public:
     const Tags& tags() const;
     const Picture& picture() const;
 
-    /// Samples per channel of the wanted part, as announced; none when the song does not say. An estimate for formats
-    /// without a header (MP3 without one, say): only read() knows.
+    /// Samples per channel of the wanted part, as announced; none when the song does not say. For MP3 and formats
+    /// without a header it is an estimate: only read() knows.
     std::optional<std::int64_t> length() const;
 
     /// @return the next block, of a tenth of a second or so; an empty one at the end.

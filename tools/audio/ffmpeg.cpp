@@ -30,8 +30,11 @@ LibraryLog::Scope::~Scope() { currentLog = _outer; }
 void LibraryLog::receive(void* object, int level, const char* format, va_list arguments) {
     if (!currentLog || level > AV_LOG_WARNING) return;
     char text[1024];
-    av_log_format_line2(object, level, format, arguments, text, sizeof text, &currentLog->_startsLine);
+    int withPrefix = 0;  // theirs has addresses in it
+    av_log_format_line2(object, level, format, arguments, text, sizeof text, &withPrefix);
     std::string& line = currentLog->_unfinished;
+    const AVClass* who = object ? *static_cast<AVClass**>(object) : nullptr;
+    if (line.empty() && who) line = who->item_name(object) + std::string(": ");
     line += text;
     if (!line.ends_with('\n')) return;
     line.pop_back();
@@ -44,10 +47,7 @@ void LibraryLog::add(const std::string& line, bool isError) {
     if (_lines.size() < mostLines) _lines.push_back(line);
     if (!isError) return;
     ++_errors;
-    if (line.find(brokenOff) != std::string::npos)
-        _lastError = "part of the data is missing";
-    else
-        _lastError = line.starts_with('[') && line.find("] ") < line.size() ? line.substr(line.find("] ") + 2) : line;
+    _lastError = line.find(brokenOff) == std::string::npos ? line : "part of the data is missing";
 }
 
 }  // namespace tavrin::tool

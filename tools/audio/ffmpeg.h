@@ -66,7 +66,6 @@ private:
 
     std::vector<std::string> _lines;
     std::string _unfinished;  // a line may come in several pieces
-    int _startsLine = 1;
     std::string _lastError;
     std::size_t _errors = 0;
 };

@@ -1,6 +1,7 @@
 #include "common/input_file.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <system_error>
@@ -22,7 +23,13 @@ std::ifstream openInput(const std::filesystem::path& file) {
 
 std::string readBytes(const std::filesystem::path& file) {
     std::ifstream stream = openInput(file);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(file, error);
+    if (error) return {std::istreambuf_iterator<char>(stream), {}};  // a pipe, say
+    std::string bytes(size, '\0');
+    stream.read(bytes.data(), static_cast<std::streamsize>(size));
+    bytes.resize(static_cast<std::size_t>(stream.gcount()));
+    return bytes;
 }
 
 }  // namespace tavrin::tool

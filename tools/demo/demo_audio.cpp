@@ -46,22 +46,29 @@ void add(Samples& sum, const Samples& samples, float gain = 1) {
     for (std::size_t i = 0; i < samples.size(); ++i) sum[i] += gain * samples[i];
 }
 
-// Writes the sum of all tracks, as long as the longest, as float samples: a sum beyond full scale is kept.
+// Float samples: a sum beyond full scale is kept.
+void write(const std::string& output, const Track& track) {
+    AudioOutput file;
+    file.place.path = output;
+    file.format = findAudioFormat("wav");
+    file.rate = track.rate;
+    AudioWriter writer(file);
+    writer.write(track.samples);
+    writer.finish();
+}
+
+// Writes the sum of all tracks, as long as the first one.
 // @param tracks a gain in decibels and a file, in turn; the first file gives the rate.
 void mix(const std::string& output, const std::vector<std::string>& tracks) {
     Track sum;
     for (std::size_t i = 0; i + 1 < tracks.size(); i += 2) {
-        const Track track = load(tracks[i + 1], sum.rate);
+        Track track = load(tracks[i + 1], sum.rate);
+        if (sum.rate == 0) sum.samples.resize(track.samples.size());
+        track.samples.resize(sum.samples.size());
         sum.rate = track.rate;
         add(sum.samples, track.samples, static_cast<float>(std::pow(10, std::stod(tracks[i]) / 20)));
     }
-    AudioOutput file;
-    file.place.path = output;
-    file.format = findAudioFormat("wav");
-    file.rate = sum.rate;
-    AudioWriter writer(file);
-    writer.write(sum.samples);
-    writer.finish();
+    write(output, sum);
 }
 
 // Signal-to-distortion ratio: 10 log10(sum s^2 / sum (s - e)^2) over all samples of both channels.
@@ -75,31 +82,69 @@ double ratio(const Samples& signal, const Samples& estimate) {
     return 10 * std::log10(power / distortion);
 }
 
-// Prints how near the stems come to the tracks. Returns whether all stems are as long as the mix and add up to it.
-// @param rows a name, the track and the stem that is to be it, in turn.
-bool score(const std::string& mixFile, const std::vector<std::string>& rows) {
+// Writes recordings one after the other, each as loud as the others, with pauses between them. The first begins at
+// `start` seconds.
+void join(const std::string& output, double start, const std::vector<std::string>& files) {
+    constexpr double pause = 0.3;  // seconds
+    constexpr double level = 0.1;  // root mean square, of full scale
+    Track sum;
+    for (const std::string& path : files) {
+        Track track = load(path, sum.rate);
+        if (sum.rate == 0) sum.samples.resize(2 * static_cast<std::size_t>(start * track.rate));
+        sum.rate = track.rate;
+        double power = 1e-9;
+        for (const float sample : track.samples) power += static_cast<double>(sample) * sample;
+        const double gain =
+            level / std::sqrt(power / static_cast<double>(std::max<std::size_t>(1, track.samples.size())));
+        for (const float sample : track.samples) sum.samples.push_back(static_cast<float>(gain) * sample);
+        sum.samples.resize(sum.samples.size() + 2 * static_cast<std::size_t>(pause * track.rate));
+    }
+    write(output, sum);
+}
+
+// Splits at each ":".
+std::vector<std::vector<std::string>> groupsOf(const std::vector<std::string>& words) {
+    std::vector<std::vector<std::string>> groups(1);
+    for (const std::string& word : words) {
+        if (word == ":")
+            groups.emplace_back();
+        else
+            groups.back().push_back(word);
+    }
+    return groups;
+}
+
+// Prints how near the stems come to the tracks. Returns whether all stems are as long as the mix, and each column's add
+// up to it.
+// @param table the columns' names, then for each row its name, its track and the stem that is to be it in each column.
+bool score(const std::string& mixFile, const std::vector<std::vector<std::string>>& table) {
     const Track mix = load(mixFile);
-    Samples sum;
+    const std::vector<std::string>& columns = table.front();
+    std::vector<Samples> sums(columns.size());
     bool isWhole = true;
-    std::printf("  %-10s %12s %12s %8s   (signal-to-distortion ratio, dB)\n", "track", "in the mix", "separated",
-                "gain");
-    for (std::size_t i = 0; i + 2 < rows.size(); i += 3) {
-        Samples track = load(rows[i + 1], mix.rate).samples;
-        const Samples stem = load(rows[i + 2]).samples;
+    std::printf("  %-8s %12s", "", "in the mix");
+    for (const std::string& column : columns) std::printf(" %10s", column.c_str());
+    std::printf("   (signal-to-distortion ratio, dB)\n");
+    for (std::size_t row = 1; row < table.size(); ++row) {
+        Samples track = load(table[row][1], mix.rate).samples;
         track.resize(mix.samples.size());
-        const double before = ratio(track, mix.samples);
-        const double after = ratio(track, stem);
-        std::printf("  %-10s %12.1f %12.1f %+8.1f\n", rows[i].c_str(), before, after, after - before);
-        isWhole = isWhole && stem.size() == mix.samples.size();
-        add(sum, stem);
+        std::printf("  %-8s %12.1f", table[row][0].c_str(), ratio(track, mix.samples));
+        for (std::size_t column = 0; column < columns.size(); ++column) {
+            const Samples stem = load(table[row][2 + column]).samples;
+            std::printf(" %10.1f", ratio(track, stem));
+            isWhole = isWhole && stem.size() == mix.samples.size();
+            add(sums[column], stem);
+        }
+        std::printf("\n");
     }
     if (!isWhole) {
         std::fprintf(stderr, "tavrin-demo-audio: the stems are not as long as the mix\n");
         return false;
     }
     double deviation = 0;
-    for (std::size_t i = 0; i < sum.size(); ++i)
-        deviation = std::max(deviation, std::abs(static_cast<double>(sum[i]) - mix.samples[i]));
+    for (const Samples& sum : sums)
+        for (std::size_t i = 0; i < sum.size(); ++i)
+            deviation = std::max(deviation, std::abs(static_cast<double>(sum[i]) - mix.samples[i]));
     const double deviationDb = 20 * std::log10(deviation);
     std::printf("  stems together against the mix: at most %.0f dB of full scale apart\n", deviationDb);
     return deviationDb <= largestDeviationDb;
@@ -107,7 +152,8 @@ bool score(const std::string& mixFile, const std::vector<std::string>& rows) {
 
 constexpr const char* usage =
     "usage: tavrin-demo-audio mix OUTPUT.wav {GAIN_DB TRACK}...\n"
-    "       tavrin-demo-audio score MIX {NAME TRACK STEM}...\n";
+    "       tavrin-demo-audio join OUTPUT.wav START_SECONDS RECORDING...\n"
+    "       tavrin-demo-audio score MIX COLUMN... {: ROW TRACK STEM_OF_EACH_COLUMN...}...\n";
 
 int run(const std::vector<std::string>& words) {
     const std::string verb = words.empty() ? "" : words[0];
@@ -116,7 +162,14 @@ int run(const std::vector<std::string>& words) {
         mix(words[1], more);
         return 0;
     }
-    if (verb == "score" && !more.empty() && more.size() % 3 == 0) return score(words[1], more) ? 0 : 1;
+    if (verb == "join" && more.size() > 1) {
+        join(words[1], std::stod(more[0]), {more.begin() + 1, more.end()});
+        return 0;
+    }
+    const auto table = groupsOf(more);
+    const auto fits = [&](const auto& row) { return row.size() == 2 + table[0].size(); };
+    if (verb == "score" && !table[0].empty() && table.size() > 1 && std::all_of(table.begin() + 1, table.end(), fits))
+        return score(words[1], table) ? 0 : 1;
     std::fputs(usage, stderr);
     return 2;
 }

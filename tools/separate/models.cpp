@@ -41,6 +41,14 @@ std::string listed(const Names& names, const char* between) {
     return list;
 }
 
+std::string readModel(const fs::path& file) {
+    try {
+        return readBytes(file);
+    } catch (const Failure& failure) {
+        throw Failure(ExitCode::modelUnusable, failure.what());
+    }
+}
+
 class Loader {
 public:
     explicit Loader(const ModelChoice& choice) : _choice(choice) {}
@@ -88,7 +96,7 @@ private:
     }
 
     Model loadModel(const fs::path& file) {
-        const std::string bytes = readBytes(file);
+        const std::string bytes = readModel(file);
         Digest digest("SHA256");
         digest.add(bytes.data(), bytes.size());
         _files.push_back(asFileName(file.stem().string()));

@@ -475,13 +475,13 @@ TEST_F(Audio, interruptsEndEveryWait) {
 
 // Whatever needs its first bytes last gets into a pipe whole.
 TEST_F(Audio, everyFormatCanBeWrittenIntoAPipe) {
-    const Samples song = chirp(44100, 60000);
+    const Samples song = chirp(44100, 150000);  // more than fits into a buffer on the way
     for (const auto& [format, error] : errors) {
         write(output("file", format), song);
         int ends[2];
         ASSERT_EQ(pipe(ends), 0);
         std::string bytes;
-        std::thread taker([&] {
+        std::jthread taker([&] {
             char piece[5000];
             for (ssize_t count = 0; (count = ::read(ends[0], piece, sizeof piece)) > 0;)
                 bytes.append(piece, static_cast<std::size_t>(count));
@@ -522,10 +522,10 @@ TEST(Resampler, shiftsNothingAndGivesTheWantedLength) {
                 ASSERT_EQ(out.size(),
                           2 * (length < 0 ? static_cast<std::size_t>(to) / 2 : static_cast<std::size_t>(length)));
                 const Samples expected = tone(to, static_cast<std::size_t>(to) / 2);
-                double largest = 0;
-                for (std::size_t i = expected.size() / 4; i < expected.size() * 3 / 4; ++i)
+                double largest = 0;  // but for the last 10 ms, where the tone breaks off and the filter rings
+                for (std::size_t i = expected.size() / 4; i + static_cast<std::size_t>(to) / 50 < expected.size(); ++i)
                     largest = std::max(largest, static_cast<double>(std::abs(out[i] - expected[i])));
-                EXPECT_LT(largest, 1e-6) << from << " to " << to;
+                EXPECT_LT(largest, 1e-4) << from << " to " << to;
             }
         }
     }
