@@ -62,7 +62,7 @@ std::vector<float> stream(StreamEngine& engine, const StreamPlan& plan, const st
         const bool last = from == length, isWoven = call % 2 == 0;
         n = last ? 1 : std::min(length - from, size_t{cut()});
         const size_t finished = last ? engine.pending() : engine.outputFor(n);
-        std::vector<float> room(2 * finished * plan.outputs(), 9.0f), woven;
+        std::vector<float> room(2 * finished * plan.outputs() + 2, 9.0f), woven;
         std::vector<StreamEngine::Output> targets;
         for (float* at = room.data(); targets.size() < plan.outputs(); at += 2 * finished)
             targets.push_back(isWoven ? StreamEngine::Output{at, at + 1, 2}
