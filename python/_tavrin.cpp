@@ -38,6 +38,7 @@ py::dict info(const tavrin::Model& model) {
 
 std::vector<float*> writable(std::vector<Floats>& arrays) {
     std::vector<float*> pointers;
+    pointers.reserve(arrays.size());
     for (Floats& array : arrays) pointers.push_back(array.mutable_data());
     return pointers;
 }
@@ -46,6 +47,7 @@ std::vector<float*> writable(std::vector<Floats>& arrays) {
 std::size_t process(tavrin::Separator& separator, const std::vector<Floats>& input, std::size_t samples,
                     std::vector<Floats> outputs, std::size_t capacity) {
     std::vector<const float*> in;
+    in.reserve(input.size());
     for (const Floats& array : input) in.push_back(array.data());
     const std::vector<float*> out = writable(outputs);
     const py::gil_scoped_release unlocked;

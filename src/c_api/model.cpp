@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
-#include <utility>
 
 #include "c_api/call.h"
 
@@ -14,14 +13,15 @@ namespace {
 
 std::vector<const char*> pointers(const std::vector<std::string>& strings) {
     std::vector<const char*> result;
+    result.reserve(strings.size());
     for (const std::string& string : strings) result.push_back(string.c_str());
     return result;
 }
 
 }  // namespace
 
-tavrin_model::tavrin_model(tavrin::Model loaded)
-    : model(std::move(loaded)), stems(pointers(model.info().stems)), notUsed(pointers(model.info().notUsed)) {}
+tavrin_model::tavrin_model(const tavrin::Model& loaded)
+    : model(loaded), stems(pointers(model.info().stems)), notUsed(pointers(model.info().notUsed)) {}
 
 tavrin_status tavrin_model_create(const void* data, size_t size, const tavrin_model_options* options,
                                   tavrin_model** model) {

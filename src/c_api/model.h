@@ -8,7 +8,7 @@
 #include "tavrin/tavrin_c.h"
 
 struct tavrin_model {
-    explicit tavrin_model(tavrin::Model loaded);
+    explicit tavrin_model(const tavrin::Model& loaded);
 
     tavrin::Model model;
     std::vector<const char*> stems, notUsed;  // the model's strings, as C has lists of them
