@@ -67,6 +67,7 @@ std::vector<float> stream(StreamEngine& engine, const StreamPlan& plan, const st
         for (float* at = room.data(); targets.size() < plan.outputs(); at += 2 * finished)
             targets.push_back(isWoven ? StreamEngine::Output{at, at + 1, 2}
                                       : StreamEngine::Output{at, at + finished, 1});
+        woven.reserve(2 * n + 1);
         for (size_t i = 0; !last && i < 2 * n; ++i) woven.push_back(planar[from + i / 2 + i % 2 * length]);
         if (last)
             engine.finish(targets.data());
