@@ -34,7 +34,8 @@ def main():
     command, package, song = sys.argv[1:]
     length = ["ffprobe", "-v", "error", "-show_entries", "format=duration", "-of", "csv=p=0", song]
     seconds = float(subprocess.run(length, check=True, capture_output=True).stdout)
-    print(f"{seconds:.0f} s of music\n\n| | threads | s | times real time | processor s | peak MiB |\n|---|---|---|---|---|---|")
+    print(f"{seconds:.0f} s of music\n")
+    print("| | threads | s | times real time | processor s | peak MiB |\n|---|---|---|---|---|---|")
     with tempfile.TemporaryDirectory() as folder:
         for threads in 1, 2:
             ours = [command, song, "--model", ROOT / ".deps/models/vocals.onnx", "--threads", threads, "-o", folder,
@@ -42,7 +43,8 @@ def main():
             theirs = [ROOT / "models/unet_torch.py", package, song, f"{folder}/voice.wav", "--threads", threads]
             for name, run in ("command", ours), ("PyTorch", theirs):
                 wall, processor, peak = cost(run)
-                print(f"| {name} | {threads} | {wall:.1f} | {seconds / wall:.1f} | {processor:.1f} | {peak:.0f} |", flush=True)
+                cells = name, threads, f"{wall:.1f}", f"{seconds / wall:.1f}", f"{processor:.1f}", f"{peak:.0f}"
+                print("| " + " | ".join(map(str, cells)) + " |", flush=True)
 
 
 if __name__ == "__main__":

@@ -31,8 +31,8 @@ def read(path):
 
 
 def write(path, samples):
-    command = ["ffmpeg", "-v", "error", "-y", "-f", "f32le", "-ar", str(RATE), "-ac", "2", "-i", "-", "-c:a", "pcm_f32le", path]
-    subprocess.run(command, check=True, input=samples.astype("<f4").tobytes())
+    command = f"ffmpeg -v error -y -f f32le -ar {RATE} -ac 2 -i - -c:a pcm_f32le".split()
+    subprocess.run([*command, path], check=True, input=samples.astype("<f4").tobytes())
 
 
 def speech(seconds, skip):
@@ -77,8 +77,8 @@ def main():
                     found["mix"].append(scores(voice, band, voice + band, voice + band))
                     for model in models:
                         out = Path(folder) / "out"
-                        options = ["--model", model, "-o", out, "--name", "{part}.{ext}", "--quiet", "--no-record", "--overwrite"]
-                        subprocess.run([command, mix, *options], check=True)
+                        options = "--name {part}.{ext} --quiet --no-record --overwrite".split()
+                        subprocess.run([command, mix, "--model", model, "-o", out, *options], check=True)
                         (stem,) = (path for path in out.iterdir() if path.name != "rest.wav")
                         found[model].append(scores(voice, band, read(stem), read(out / "rest.wav")))
                         stem.unlink()
@@ -87,7 +87,8 @@ def main():
                 print("| | voice SDR | voice SI-SDR | band SDR | band SI-SDR |\n|---|---|---|---|---|")
                 for name, rows in found.items():
                     cells = zip(numpy.mean(rows, 0), numpy.min(rows, 0))
-                    print(f"| {name} | " + " | ".join(f"{mean:.1f} ({worst:.1f})" for mean, worst in cells) + " |", flush=True)
+                    row = " | ".join(f"{mean:.1f} ({worst:.1f})" for mean, worst in cells)
+                    print(f"| {Path(name).stem} | {row} |", flush=True)
 
 
 if __name__ == "__main__":

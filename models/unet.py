@@ -30,7 +30,9 @@ MASKS = ("sigmoid", "softmax")
 ABOVE = ("silence", "mean")
 
 
-def model(networks, frames, metadata, *, bins=1024, activation="relu", mask="sigmoid", above="silence", wanted=None, text=""):
+def model(
+    networks, frames, metadata, *, bins=1024, activation="relu", mask="sigmoid", above="silence", wanted=None, text=""
+):
     """The ONNX model of a family member.
 
     networks: {stem: weights}; frames: of one call, a multiple of 64; bins: of the network, a multiple of 64.

@@ -35,8 +35,8 @@ class Network(nn.Module):
         inputs = [channels[5], *(2 * n for n in channels[4::-1])]
         outputs = [*channels[4::-1], 1]
         for k, (before, after) in enumerate(zip(inputs, outputs), 1):
-            parts = nn.ConvTranspose2d(before, after, 5, 2), nn.ZeroPad2d((-1, -2, -1, -2)), up(), nn.BatchNorm2d(after, 1e-3)
-            self.add_module(f"up{k}", nn.Sequential(*parts))
+            double = nn.ConvTranspose2d(before, after, 5, 2), nn.ZeroPad2d((-1, -2, -1, -2))
+            self.add_module(f"up{k}", nn.Sequential(*double, up(), nn.BatchNorm2d(after, 1e-3)))
         self.up7 = nn.Sequential(nn.Conv2d(1, 2, 4, dilation=2, padding=3))
 
     def forward(self, magnitude):
@@ -87,8 +87,8 @@ def separate(networks, audio, bins=BINS, segment=SEGMENT, context=0, mask="sigmo
     masks = torch.cat(found, 2)[:, :, first : first + frames].transpose(2, 3)
     upper = FRAME // 2 + 1 - bins
     return torch.stack([
-        torch.istft(functional.pad(spectrum[:, :bins] * m, (0, 0, 0, upper)), FRAME, HOP, window=window, length=audio.shape[1])
-        for m in masks
+        torch.istft(masked, FRAME, HOP, window=window, length=audio.shape[1])
+        for masked in functional.pad(spectrum[:, :bins] * masks, (0, 0, 0, upper))
     ])  # fmt: skip
 
 
@@ -111,7 +111,7 @@ def main():
     audio = torch.from_numpy(numpy.frombuffer(audio, "<f4").reshape(-1, 2).T.copy())
     voice = separate(networks, audio, segment=options.segment, context=options.context)[0]
     subprocess.run(
-        ["ffmpeg", "-v", "error", "-y", "-f", "f32le", "-ar", "44100", "-ac", "2", "-i", "-", "-c:a", "pcm_f32le", options.voice],
+        [*"ffmpeg -v error -y -f f32le -ar 44100 -ac 2 -i - -c:a pcm_f32le".split(), options.voice],
         check=True, input=voice.T.contiguous().numpy().tobytes(),
     )  # fmt: skip
     seconds, song = time.perf_counter() - start, audio.shape[1] / 44100

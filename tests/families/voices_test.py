@@ -32,9 +32,11 @@ def network(seed):
         into, out = above * (1 if k == 6 else 2), below if k > 1 else 1
         kernels = {f"down{k}_conv.1": (above, below, 5, 5), f"up{7 - k}.0": (into, out, 5, 5)}
         for name, shape in kernels.items():
-            made |= {f"{name}.weight": random.randn(*shape) / 5, f"{name}.bias": random.randn(above if "down" in name else out)}
+            made[f"{name}.weight"] = random.randn(*shape) / 5
+            made[f"{name}.bias"] = random.randn(above if "down" in name else out)
         for name, size in (f"down{k}_act.0", above), (f"up{7 - k}.3", out):
-            made |= {f"{name}.{part}": random.rand(size) + 0.5 for part in ("weight", "bias", "running_mean", "running_var")}
+            for part in "weight", "bias", "running_mean", "running_var":
+                made[f"{name}.{part}"] = random.rand(size) + 0.5
     return {name: array.astype(numpy.float32) for name, array in made.items()}
 
 
