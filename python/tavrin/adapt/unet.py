@@ -18,7 +18,7 @@ Weights are a dictionary of arrays with the names of the family's PyTorch ports,
 
 import numpy
 
-from graph import Graph
+from .graph import Graph
 
 LEVELS = 6
 MULTIPLE = 2**LEVELS  # frames and bins are halved six times

@@ -1,7 +1,7 @@
 """Adapts MDX-Net files: ONNX models of [batch, 4, bins, frames], real and imaginary part of left and right, for spectra
 of periodic Hann windows every 1024 samples. Bins above the model's stay out of the stem."""
 
-import wrap
+from . import wrap
 
 HOP = 1024
 FRAME_LENGTHS = 4096, 5120, 6144, 7680, 8192, 16384

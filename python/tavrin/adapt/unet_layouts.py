@@ -8,7 +8,7 @@ Two layouts are known: that of the PyTorch ports, one network per file or severa
     batch_normalization …               .gamma, .beta, .moving_mean, .moving_variance: twelve per network
 """
 
-from weights import WeightsError
+from .weights import WeightsError
 
 DOWN = "down1_conv.1.weight"
 STEMS = {

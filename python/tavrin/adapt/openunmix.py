@@ -7,8 +7,8 @@ a row is folded into one matrix: the scalings and batch normalisations cost noth
 
 import numpy
 
-from graph import Graph
-from weights import WeightsError
+from .graph import Graph
+from .weights import WeightsError
 
 FRAMES = 256
 TINY = 1e-10  # keeps shares of nothing from being 0 / 0

@@ -1,0 +1,1 @@
+"""Other people's models made into models for the library: python -m tavrin.adapt --help. Needs the package onnx."""
