@@ -60,7 +60,6 @@ publish() {
     printf '%s\n' "$2" >"$stage/$1/.pins"
     rm -rf "${deps:?}/$1"
     mv "$stage/$1" "$deps/$1"
-    say "$1 is ready"
 }
 
 # install_system_packages NAMES: those that are missing.
@@ -100,7 +99,6 @@ Dir::Etc::SourceParts "-";
 APT::Sandbox::User "root";
 Acquire::Languages "none";
 CONF
-    say "reading Debian's package lists"
     quietly "apt-get update for $debian_suite" env APT_CONFIG="$stage/apt/apt.conf" apt-get -o APT::Update::Error-Mode=any update
 }
 
@@ -108,6 +106,7 @@ CONF
 # has moved on to another revision of the same upstream version, that one is taken and named.
 unpack_debian() {
     local name="${1%%=*}" version="${1#*=}" into="$2" offered
+    say "downloading $name $version"
     prepare_apt
     offered=$(APT_CONFIG="$stage/apt/apt.conf" apt-cache madison "$name" | awk '{print $3}')
     if ! grep -qxF "$version" <<<"$offered"; then
@@ -117,7 +116,6 @@ unpack_debian() {
         say "$name $version is gone from the mirror, taking $other"
         version="$other"
     fi
-    say "downloading $name $version"
     mkdir -p "$stage/deb" "$into"
     (cd "$stage/deb" && quietly "download of $name $version" env APT_CONFIG="$stage/apt/apt.conf" apt-get download "$name=$version")
     quietly "unpacking $name" dpkg-deb -x "$stage/deb/${name}"_*.deb "$into"
