@@ -14,7 +14,7 @@ readonly build="${1:?usage: scripts/demo.sh BUILD_FOLDER [SONG]}" song="${2:-}"
 readonly out="$root/demo" songs="$root/.deps/songs/sectoid" voices="$root/.deps/voices"
 readonly title="${DEMO_SONG:-Escape from chaosland}"
 # The band's tracks are that much softer in the mix, which makes band and voice about equally loud.
-readonly band_db=-10
+readonly band_db=-11
 
 say() { printf 'demo: %s\n' "$*"; }
 fail() { printf 'demo: %s\n' "$*" >&2; exit 1; }

@@ -176,7 +176,8 @@ void StreamEngine::synthesise(size_t slot) {
         for (size_t c = 0; c < kChannels; ++c) {
             float* out = hopOf(s, c);
             const size_t row = s * kChannels + c;
-            const float* real = _spectra[s].data() + 2 * c * plane + slot * _plan.bins;
+            float* real = _spectra[s].data() + 2 * c * plane + slot * _plan.bins;
+            real[plane] = 0.0f;  // DC has no imaginary part; what a model makes of it would sound as a Nyquist tone
             if (_on[s])
                 _synthesis.addPlanes(row, real, real + plane, out);
             else if (fades)

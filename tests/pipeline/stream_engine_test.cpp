@@ -36,6 +36,9 @@ FakeSpectralModel::Model neighbours(size_t frames, size_t bins, size_t reach) {
                     if (out[0]) out[0][at - in] = 0.5f * *at + 0.3f * before - 0.2f * after;
                     if (out[1]) out[1][at - in] = 0.5f * *at;
                 }
+        // An imaginary part of DC, which means nothing.
+        for (size_t f = 0; f < frames && out[0]; ++f)
+            out[0][(frames + f) * bins] = out[0][(3 * frames + f) * bins] = 7.0f;
     };
 }
 
@@ -59,11 +62,12 @@ std::vector<float> stream(StreamEngine& engine, const StreamPlan& plan, const st
         const bool last = from == length, isWoven = call % 2 == 0;
         n = last ? 1 : std::min(length - from, size_t{cut()});
         const size_t finished = last ? engine.pending() : engine.outputFor(n);
-        std::vector<float> room(2 * finished * plan.outputs(), 9.0f), woven;
+        std::vector<float> room(2 * finished * plan.outputs() + 2, 9.0f), woven;
         std::vector<StreamEngine::Output> targets;
         for (float* at = room.data(); targets.size() < plan.outputs(); at += 2 * finished)
             targets.push_back(isWoven ? StreamEngine::Output{at, at + 1, 2}
                                       : StreamEngine::Output{at, at + finished, 1});
+        woven.reserve(2 * n + 1);
         for (size_t i = 0; !last && i < 2 * n; ++i) woven.push_back(planar[from + i / 2 + i % 2 * length]);
         if (last)
             engine.finish(targets.data());
