@@ -106,7 +106,9 @@ make_root trixie-build trixie g++ make cmake pkg-config dpkg-dev file libavforma
 
 say "building for Debian 13, on its own ONNX Runtime"
 inside="$roots/trixie-build/tavrin"
-mkdir -p "$inside/.deps"
+mkdir -p "$inside"
+find "$inside" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
+mkdir "$inside/.deps"
 git archive HEAD | tar -x -C "$inside"
 cp -rL .deps/pffft "$inside/.deps"
 in_root "$roots/trixie-build" sh -ec 'cd /tavrin
