@@ -146,7 +146,25 @@ def test_threads_share_a_model_but_not_a_separator(centre, whole):
     for thread in threads:
         thread.join()
     assert all(numpy.array_equal(result["rest"], whole["rest"]) for result in results) and len(results) == 3
-    assert errors and all("another thread" in error for error in errors)  # with the lock held, none would meet
+    assert errors and all("another thread" in error for error in errors)
+
+
+def test_other_threads_run_during_a_call(centre):
+    ticks, ended = [], threading.Event()
+
+    def tick():
+        while not ended.wait(0.001):
+            ticks.append(time.monotonic())
+
+    thread = threading.Thread(target=tick)
+    thread.start()
+    start = time.monotonic()
+    tavrin.Separator(centre, rest=False).process(numpy.zeros((4_000_000, 2), "float32"))
+    duration = time.monotonic() - start
+    ended.set()
+    thread.join()
+    longest_pause = max(b - a for a, b in zip([start, *ticks], ticks))
+    assert longest_pause < duration / 2  # with the interpreter's lock held, all of it
 
 
 def test_control_c_stops_a_long_separation(centre):
