@@ -113,7 +113,7 @@ int ByteStream::readDescriptor(std::uint8_t* bytes, int size) {
         if (count == 0) return AVERROR_EOF;
         if (count > 0) {
             _tail.append(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count));
-            if (_tail.size() > 8 * bufferSize) _tail.erase(0, _tail.size() - bufferSize);
+            if (_tail.size() > std::size_t{8} * bufferSize) _tail.erase(0, _tail.size() - bufferSize);
             return static_cast<int>(count);
         }
         if (errno != EAGAIN && errno != EINTR) return fail(errno);

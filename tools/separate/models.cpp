@@ -61,8 +61,12 @@ public:
         for (const std::string& name : _choice.stems) {
             const auto isIt = [&](const std::string& stem) { return isWanted(stem, {name}); };
             if (std::none_of(_known.begin(), _known.end(), isIt))
-                throw Failure(ExitCode::wrongUsage,
-                              "--stems: \"" + name + "\" is no stem of " + _loaded.label + ", which knows " + all);
+                throw Failure(ExitCode::wrongUsage, std::string("--stems: \"")
+                                                        .append(name)
+                                                        .append("\" is no stem of ")
+                                                        .append(_loaded.label)
+                                                        .append(", which knows ")
+                                                        .append(all));
         }
         std::erase_if(_loaded.stages, [](const Stage& stage) { return stage.stems.empty(); });
         Names& stems = _loaded.names.stems;

@@ -39,11 +39,13 @@ constexpr const char* footer =
 
 Failure wrongUsage(const std::string& message) { return {ExitCode::wrongUsage, message}; }
 
+std::string quoted(const std::string& option, const std::string& text) { return option + ": \"" + text + '"'; }
+
 std::vector<std::string> parseList(const std::string& option, const std::string& text) {
     std::vector<std::string> words;
     std::istringstream list(text + ",");
     for (std::string word; std::getline(list, word, ',');) {
-        if (word.empty()) throw wrongUsage(option + ": \"" + text + "\" has an empty name");
+        if (word.empty()) throw wrongUsage(quoted(option, text) + " has an empty name");
         words.push_back(word);
     }
     return words;
