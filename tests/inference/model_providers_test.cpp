@@ -4,6 +4,7 @@
 
 #include "models/model_bytes.h"
 #include "support/log_capture.h"
+#include "support/message_of.h"
 #include "support/runtime_stand_in.h"
 #include "tavrin/separator.h"
 
@@ -19,66 +20,44 @@ tavrin::ModelInfo load(Names offered, const tavrin::ModelOptions& options, const
     return tavrin::Model({bytes.data(), bytes.size()}, options).info();
 }
 
-std::string refusal(const Names& offered, const tavrin::ModelOptions& options, const char* failing = "") try {
-    return load(offered, options, failing).provider;
-} catch (const std::invalid_argument& failure) {
-    return std::string("invalid: ") + failure.what();
-} catch (const std::runtime_error& failure) {
-    return failure.what();
-}
-
 }  // namespace
 
 TEST(ModelProviders, areTriedInTheOrderThatIsWantedUntilOneServes) {
     const struct {
         Names offered, wanted;
-        const char* failing;
-        std::string calls, provider;
-        Names notUsed;
-    } cases[] = {
-        {{"CPU", "ROCM", "CUDA"}, {}, "", "append CUDA, session CUDA, ", "CUDA", {}},
-        {{"CPU", "ROCM", "CUDA"},
-         {},
-         "append CUDA",
-         "append CUDA, append ROCm, session ROCm, ",
-         "ROCM",
-         {"CUDAExecutionProvider: append CUDA failed"}},
-        {{"CPU", "CUDA"},
-         {},
-         "session CUDA",
-         "append CUDA, session CUDA, session, ",
-         "CPU",
-         {"CUDAExecutionProvider: session CUDA failed"}},
-        {{"CPU", "CUDA", "ROCM"}, {"rocm", "cuda"}, "", "append ROCm, session ROCm, ", "ROCM", {}},
-        {{"CPU", "CUDA", "ROCM"}, {"ROCmExecutionProvider"}, "", "append ROCm, session ROCm, ", "ROCM", {}},
-        {{"CPU", "CUDA"}, {"cpu"}, "", "session, ", "CPU", {}},
-        {{"CPU", "CUDA"}, {"CPUExecutionProvider", "cuda"}, "", "session, ", "CPU", {}},
-        {{"CPU", "QNN"},
-         {"cuda", "qnn", "CUDA"},
-         "",
-         "append QNN, session QNN, ",
-         "QNN",
-         {"cuda: this ONNX Runtime does not offer it"}},
-    };
-    for (const auto& test : cases) {
-        const tavrin::ModelInfo info =
-            load(test.offered, {.providers = test.wanted, .strict = false, .threads = 3}, test.failing);
-        EXPECT_TRUE(standIn.calls.starts_with("env, " + test.calls + "release")) << standIn.calls;
-        EXPECT_EQ(info.provider, test.provider + "ExecutionProvider") << test.calls;
-        EXPECT_EQ(info.notUsed, test.notUsed);
+        std::string failing, calls, provider;
+    } cases[] = {{{"CPU", "ROCM", "CUDA"}, {}, "", "append CUDA, session CUDA, ", "CUDA"},
+                 {{"CPU", "ROCM", "CUDA"}, {}, "append CUDA", "append CUDA, append ROCm, session ROCm, ", "ROCM"},
+                 {{"CPU", "CUDA"}, {}, "session CUDA", "append CUDA, session CUDA, session, ", "CPU"},
+                 {{"CPU", "CUDA", "ROCM"}, {"rocm", "cuda"}, "", "append ROCm, session ROCm, ", "ROCM"},
+                 {{"CPU", "CUDA", "ROCM"}, {"ROCmExecutionProvider"}, "", "append ROCm, session ROCm, ", "ROCM"},
+                 {{"CPU", "CUDA"}, {"CPUExecutionProvider", "cuda"}, "", "session, ", "CPU"},
+                 {{"CPU", "QNN"}, {"qnn"}, "", "append QNN, session QNN, ", "QNN"}};
+    for (const auto& [offered, wanted, failing, calls, provider] : cases) {
+        const tavrin::ModelInfo info = load(offered, {wanted, false, 3}, failing.c_str());
+        EXPECT_TRUE(standIn.calls.starts_with("env, " + calls + "release")) << standIn.calls;
+        EXPECT_EQ(info.provider, provider + "ExecutionProvider") << calls;
+        EXPECT_EQ(info.notUsed, failing.empty() ? Names{} : Names{"CUDAExecutionProvider: " + failing + " failed"});
         EXPECT_EQ(standIn.arguments["threads"], "3 ");
     }
+    const tavrin::ModelInfo info = load({"CPU", "QNN"}, {{"cuda", "qnn", "CUDA"}, false, 3});
+    EXPECT_EQ(info.provider + info.notUsed.at(0), "QNNExecutionProvidercuda: this ONNX Runtime does not offer it");
+    EXPECT_EQ(info.notUsed.size(), 1u);
 }
 
 TEST(ModelProviders, areAnErrorWhereTheCpuMayNotStandIn) {
-    const auto strictly = [](Names wanted) { return tavrin::ModelOptions{std::move(wanted), true, 0}; };
-    const std::string failed = refusal({"CPU", "CUDA"}, strictly({"cuda", "coreml"}), "append CUDA");
+    const std::string failed = messageOf<std::runtime_error>([] {
+        load({"CPU", "CUDA"}, {{"cuda", "coreml"}, true, 0}, "append CUDA");
+    });
     for (const char* reason : {"CUDAExecutionProvider: append CUDA failed", "coreml: this ONNX Runtime does not offer"})
         EXPECT_NE(failed.find(reason), std::string::npos) << failed;
-    EXPECT_EQ(refusal({"CPU", "CUDA"}, strictly({"cuda", "cpu"}), "session CUDA"), "CPUExecutionProvider");
-    const std::string unknown = refusal({"CPU", "CUDA", "Dml"}, {{"dml"}, false, 0});
-    EXPECT_EQ(unknown, "invalid: there is no execution provider 'dml' to choose; this ONNX Runtime has cpu, cuda");
-    EXPECT_EQ(refusal({"CPU"}, {}, "env"), "env failed") << "hosts do not know the runtime's own exceptions";
+    EXPECT_EQ(load({"CPU", "CUDA"}, {{"cuda", "cpu"}, true, 0}, "session CUDA").provider, "CPUExecutionProvider");
+    EXPECT_EQ(messageOf<std::invalid_argument>([] {
+                  load({"CPU", "CUDA", "Dml"}, {{"dml"}, false, 0});
+              }),
+              "there is no execution provider 'dml' to choose; this ONNX Runtime has cpu, cuda");
+    EXPECT_EQ(messageOf<std::runtime_error>([] { load({"CPU"}, {}, "env"); }), "env failed")
+        << "hosts do not know the runtime's own exceptions";
 }
 
 TEST(ModelProviders, areWrittenToTheHostsLog) {

@@ -32,6 +32,14 @@ public:
         return found;
     }
 
+    /// The records of a function, "SEVERITY text" a line.
+    std::string listing(const std::string& function) const {
+        std::string found;
+        for (const Line& line : lines)
+            if (line.function == function) found += plog::severityToString(line.severity) + (' ' + line.text) + '\n';
+        return found;
+    }
+
     std::vector<Line> lines;
 
 private:

@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "dsp/window.h"
 #include "support/tensor.h"
 
 /// Uniform noise in [-1, 1), the same for the same seed.
@@ -28,6 +29,20 @@ inline std::vector<float> tones(size_t n, size_t fade) {
         samples.push_back(float(gain * (std::sin(0.11 * t) + std::sin(detuned * t))));
     }
     return samples;
+}
+
+/// The samples of a planar stereo signal, left and right by turns.
+inline std::vector<float> interleaved(const std::vector<float>& planar) {
+    std::vector<float> woven;
+    for (size_t i = 0; i < planar.size(); ++i) woven.push_back(planar[i / 2 + i % 2 * (planar.size() / 2)]);
+    return woven;
+}
+
+/// A window's coefficients as the stages take them.
+inline xt::xtensor<float, 1> windowOf(WindowType type, size_t n) {
+    auto window = xt::xtensor<float, 1>::from_shape({n});
+    std::ranges::copy(getWindow(type, int(n)), window.begin());
+    return window;
 }
 
 /// Columns [from, from + n) of a planar signal, [2, n].

@@ -34,13 +34,9 @@ echo broken >b/bad.wav
 find ./* -name '*.wav' | sort >songs.txt
 
 run 2>messages &
-readonly engine=$!
-until [ -s results/a/long/.passthrough.rest.wav.part ]; do
-    kill -0 "$engine" || fail "the long song is never in the middle: $(cat messages)"
-    sleep 0.02
-done
+until [ -s results/a/long/.passthrough.rest.wav.part ]; do sleep 0.02; done
 kill -KILL "$(awk '/a\/long/ { print $1 }' starts)"
-! wait "$engine" || fail "the broken song did not count as a failure"
+! wait $! || fail "the broken song did not count as a failure"
 expect 4 songs.jsonl '"done"'
 expect 1 songs.jsonl '"failed".*bad.wav'
 expect 2 starts 'a/long'
@@ -55,5 +51,3 @@ expect 6 songs.jsonl '"done"'
 expect 0 songs.jsonl '"skipped"'
 expect 9 starts .
 [ "$(find results -type f | wc -l)" = 18 ] || fail "not 18 results and records: $(find results)"
-run
-expect 9 starts .
