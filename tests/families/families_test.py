@@ -18,7 +18,7 @@ import numpy
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parents[1]
-sys.path += [str(HERE), str(ROOT / "python/tavrin")]
+sys.path += [str(ROOT / "bench"), str(ROOT / "python/tavrin")]
 from adapt import weights
 from library import Library
 

@@ -15,7 +15,7 @@ import zipfile
 import numpy
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path += [str(ROOT / "models"), str(ROOT / "tests/families"), str(ROOT / "python/tavrin")]
+sys.path += [str(ROOT / "models"), str(ROOT / "bench"), str(ROOT / "python/tavrin")]
 from adapt import unet
 import import_vocals
 from library import Library

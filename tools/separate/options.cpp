@@ -210,13 +210,11 @@ Options parseOptions(int argc, const char* const* argv) {
                    "ONNX file, or a name that tavrin-model list prints (default: centre); given again: stems of one "
                    "name are averaged")
         ->type_name("MODEL")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->allow_extra_args(false)
         ->group(group);
     app.add_option("--then", model.then, "Take stems out of what is left, with this model")
         ->type_name("MODEL")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->allow_extra_args(false)
         ->group(group);
     app.add_option("--stems", stems, "Stems to take out, such as vocals,drums (default: all that the model knows)")
         ->type_name("NAMES")
