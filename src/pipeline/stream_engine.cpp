@@ -40,7 +40,6 @@ StreamEngine::StreamEngine(ISpectralModel& model, StreamPlan plan)
       _modelOutputs(_plan.modelOutputs),
       _hops(_plan.outputs() * kChannels * _plan.hop),
       _wanted(_plan.stems.size(), true),
-      _on(_plan.stems.size()),
       _fadesFor(_plan.stems.size()) {
     for (std::vector<float>& spectrum : _spectra) spectrum.resize(2 * kChannels * _plan.frames * _plan.bins);
     reset();
@@ -146,7 +145,6 @@ void StreamEngine::runModel() {
     for (size_t s = 0; s < _plan.stems.size(); ++s) {
         if (_wanted[s]) _modelOutputs[_plan.stems[s].modelOutput] = _spectra[s].data();
         isNeeded = isNeeded || _wanted[s];
-        _on[s] = _wanted[s];
     }
     if (isNeeded) _model.run(_window.data(), _modelOutputs.data());
 }
@@ -172,20 +170,20 @@ void StreamEngine::synthesise(size_t slot) {
     _synthesis.advance();
     const size_t plane = _plan.frames * _plan.bins;
     for (size_t s = 0; s < _plan.stems.size(); ++s) {
-        const bool fades = !_on[s] && _fadesFor[s] > 0;
+        const bool fades = !_wanted[s] && _fadesFor[s] > 0;
         for (size_t c = 0; c < kChannels; ++c) {
             float* out = hopOf(s, c);
             const size_t row = s * kChannels + c;
             float* real = _spectra[s].data() + 2 * c * plane + slot * _plan.bins;
             real[plane] = 0.0f;  // DC has no imaginary part; what a model makes of it would sound as a Nyquist tone
-            if (_on[s])
+            if (_wanted[s])
                 _synthesis.addPlanes(row, real, real + plane, out);
             else if (fades)
                 _synthesis.addNothing(row, out);
             else
                 std::fill_n(out, _plan.hop, 0.0f);
         }
-        if (_on[s])
+        if (_wanted[s])
             _fadesFor[s] = _synthesis.fadeFrames();
         else if (fades)
             --_fadesFor[s];

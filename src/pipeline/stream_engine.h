@@ -110,7 +110,6 @@ private:
     std::vector<float> _hops;                  // finished samples of a frame, [outputs, 2, hop]
 
     std::vector<bool> _wanted;      // by the host, from the next model call on
-    std::vector<bool> _on;          // in the last model call
     std::vector<size_t> _fadesFor;  // frames for which a stem that is off still sounds
     size_t _received = 0;           // samples per channel from the host
     size_t _emitted = 0;            // and back to it
