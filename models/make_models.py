@@ -3,7 +3,7 @@
 
     centre.onnx      what both channels share
     percussive.onnx  what is struck rather than held
-    voice.onnx       what both channels share and little else sounds with, in the range of voices
+    voice.onnx       what joins in the middle, in the range of voices
 
 Needs Debian's python3-onnx. The files are checked in, so this runs only when a graph changes.
 
@@ -140,4 +140,4 @@ def write(build, context, title):
 if __name__ == "__main__":
     write(centre, 1, "What both channels share")
     write(percussive, 2 * REACH, "What is struck rather than held")
-    write(voice, USUAL + NEAR[0], "What both channels share alone, in the range of voices")
+    write(voice, USUAL + NEAR[0], "What joins in the middle, in the range of voices")
