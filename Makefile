@@ -9,7 +9,7 @@
 #   make release-check      all that a release needs, as a list
 #   make test-arm64         cross build for arm64 and its unit tests, run by an emulator
 #   make install            install below PREFIX
-#   make bench              one table of the library's speed and memory against its transforms: two minutes
+#   make bench              one table of the library's speed and memory against its transforms: four minutes
 #   make stress             ten hours of audio, shared models, damaged models: four minutes
 #   make fuzz [SECONDS=300] each fuzzer for so long (clang)
 #   make docs               the interface as a web site, build/docs/html (needs doxygen)
@@ -62,8 +62,9 @@ test: build
 bench: setup
 	@scripts/setup.sh bench
 	@cmake --preset bench >/dev/null
-	@cmake --build build/bench --parallel $(JOBS)
+	@cmake --build build/bench --parallel $(JOBS) --target tavrin_bench tavrin_latency tavrin_network tavrin-separate
 	@build/bench/bench/tavrin_bench
+	@build/bench/bench/tavrin_network .deps/models/vocals.onnx build/bench/tools/tavrin-separate
 
 test-arm64: setup
 	@scripts/setup.sh arm64

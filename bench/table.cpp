@@ -175,13 +175,20 @@ int main(int argc, char** argv) {
     measure("1 h", [] { wholeStream(3600); });
 
     SteadyStream first(idleModel(), interleaved, block), other(idleModel(), interleaved, block);
-    const auto run = [](SteadyStream& stream) {
-        for (size_t i = 0; i < kThreadBlocks; ++i) stream.block();
+    BareTransforms otherTransforms;
+    const auto run = [](auto& work) {
+        for (size_t i = 0; i < kThreadBlocks; ++i) work.block();
     };
-    measure("one thread", [&] { std::thread(run, std::ref(first)).join(); });
+    measure("one thread", [&] { std::thread([&] { run(first); }).join(); });
     measure("two threads", [&] {
-        std::thread beside(run, std::ref(other));
+        std::thread beside([&] { run(other); });
         run(first);
+        beside.join();
+    });
+    measure("floor on one thread", [&] { std::thread([&] { run(transforms); }).join(); });
+    measure("floor on two threads", [&] {
+        std::thread beside([&] { run(otherTransforms); });
+        run(transforms);
         beside.join();
     });
 
@@ -231,6 +238,9 @@ int main(int argc, char** argv) {
     table.count("  1 h", 3600 / medians.of("1 h"), "x real", "flat");
     table.row("  two threads / one, throughput", 2 * medians.of("one thread") / medians.of("two threads"),
               medians.of("two threads"), "at least 1.9 on free cores");
+    table.row("  two threads / one, bare transforms",
+              2 * medians.of("floor on one thread") / medians.of("floor on two threads"),
+              medians.of("floor on two threads"));
     table.ratio("  fade into denormal silence / noise", "fade", medians.of("noise"), "at most 1.2");
     Table::section("Memory");
     table.count("  a separator at its peak, one stem", double(separatorKiB) / 1024, "MiB", "at most 20");

@@ -102,8 +102,8 @@ const float* PFFFTTransformer::transformStaged(bool inverse) {
 }
 
 const float* PFFFTTransformer::unorderedTransform(bool inverse) {
-    pffft_transform(_setup.get(), _input.get(), _output.get(), nullptr, inverse ? PFFFT_BACKWARD : PFFFT_FORWARD);
-    return _output.get();
+    pffft_transform(_setup.get(), _input.get(), _input.get(), nullptr, inverse ? PFFFT_BACKWARD : PFFFT_FORWARD);
+    return _input.get();
 }
 
 void PFFFTTransformer::planesOfStaged(float* real, float* imaginary) {

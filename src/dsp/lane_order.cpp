@@ -27,17 +27,17 @@ void reverseLanes(const float* TAVRIN_RESTRICT from, float* TAVRIN_RESTRICT to) 
 
 // Visits the pairs of lane vectors of all groups but for the first vector of falling bins, which is visited lane by
 // lane: rising(vector, bin), falling(vector, lowestBin), single(position, bin); the imaginary vector follows the real
-// one.
+// one. In the order of the bins: planes lie in far memory, which is fetched ahead only along a straight road.
 template <class Rising, class Falling, class Single>
 void visit(size_t n, const Rising& rising, const Falling& falling, const Single& single) {
     const size_t quarter = n / 4;
     for (size_t half = 0; half < 2; ++half) {
         const size_t start = half * quarter, end = start + quarter;
         const size_t rise = half * 4 * kLanes, fall = rise + 2 * kLanes;
-        single(fall, start + quarter / 2);
-        for (size_t j = 1; j < kLanes; ++j) single(fall + j, end - j);
         for (size_t g = 0; g < n / kGroup; ++g) rising(g * kGroup + rise, start + kLanes * g);
-        for (size_t g = 1; g < n / kGroup; ++g) falling(g * kGroup + fall, end - kLanes * g - (kLanes - 1));
+        single(fall, start + quarter / 2);
+        for (size_t g = n / kGroup - 1; g > 0; --g) falling(g * kGroup + fall, end - kLanes * g - (kLanes - 1));
+        for (size_t j = kLanes - 1; j > 0; --j) single(fall + j, end - j);
     }
 }
 

@@ -26,6 +26,9 @@ public:
     /// Begins a frame: the window sum moves on by a hop. Then every row gets one of the calls below.
     void advance();
 
+    /// Whether advance() no longer changes anything, so that a row may take several frames before the next one does.
+    bool repeats() const { return _framesToRepeat == 0; }
+
     /// Adds a frame given as planes. @param out receives the row's `hop` finished samples.
     void addPlanes(size_t row, const float* real, const float* imaginary, float* out);
 

@@ -16,8 +16,8 @@ constexpr size_t kChannels = 2;
 // A window that moves by less than half of itself slides through some slack, so that it is not copied at every call.
 size_t slackFor(const StreamPlan& plan) { return plan.step < plan.frames / 2 ? plan.frames : 0; }
 
-// Frames that are analysed one channel after the other when a call brings as many: the rows of one channel's planes
-// stay in the cache meanwhile.
+// Frames that are analysed, and synthesised, one row after the other when there are as many: what belongs to the row
+// stays in the cache meanwhile.
 constexpr size_t kFramesAtOnce = 8;
 
 // Mirroring a start reaches over two frames, mirroring an end over as many and two hops. With a rest, the samples of
@@ -38,7 +38,7 @@ StreamEngine::StreamEngine(ISpectralModel& model, StreamPlan plan)
       _synthesis(_plan.stems.size() * kChannels, _plan.hop, _plan.window, _plan.bins),
       _spectra(_plan.stems.size()),
       _modelOutputs(_plan.modelOutputs),
-      _hops(_plan.outputs() * kChannels * _plan.hop),
+      _hops(_plan.outputs() * kChannels * kFramesAtOnce * _plan.hop),
       _wanted(_plan.stems.size(), true),
       _fadesFor(_plan.stems.size()) {
     for (std::vector<float>& spectrum : _spectra) spectrum.resize(2 * kChannels * _plan.frames * _plan.bins);
@@ -153,47 +153,55 @@ void StreamEngine::runModel() {
 void StreamEngine::emit(const Output* outputs) {
     const size_t firstSlot = _plan.frames - _plan.context - _plan.step;
     const size_t firstFrame = _frames - _plan.context - _plan.step;
-    for (size_t i = 0; i < _plan.step && _emitted < _received; ++i) {
-        synthesise(firstSlot + i);
-        // The frames of the mirrored start finish nothing of the host's, or not all of a hop.
-        const size_t position = (firstFrame + i) * _plan.hop;
-        const size_t mirrored = _plan.frameLength() - std::min(position, _plan.frameLength());
-        if (mirrored >= _plan.hop) continue;
-        for (size_t s = 0; s < _plan.stems.size(); ++s) requireFinite(s);
-        if (_plan.rest) subtractStems(position);
-        write(outputs, mirrored, std::min(_plan.hop - mirrored, _received - _emitted));
+    for (size_t done = 0; done < _plan.step && _emitted < _received;) {
+        const size_t n = _synthesis.repeats() ? std::min(kFramesAtOnce, _plan.step - done) : 1;
+        synthesise(firstSlot + done, n);
+        for (size_t i = 0; i < n && _emitted < _received; ++i) {
+            // The frames of the mirrored start finish nothing of the host's, or not all of a hop.
+            const size_t position = (firstFrame + done + i) * _plan.hop;
+            const size_t mirrored = _plan.frameLength() - std::min(position, _plan.frameLength());
+            if (mirrored >= _plan.hop) continue;
+            for (size_t s = 0; s < _plan.stems.size(); ++s) requireFinite(s, i);
+            if (_plan.rest) subtractStems(position, i);
+            write(outputs, i, mirrored, std::min(_plan.hop - mirrored, _received - _emitted));
+        }
+        done += n;
     }
 }
 
-// Finishes a hop of every stem. A stem that is switched off is followed by frames of zeros in which it fades out.
-void StreamEngine::synthesise(size_t slot) {
+// Finishes a hop of every stem for each of n frames. A stem that is switched off is followed by frames of zeros in
+// which it fades out.
+void StreamEngine::synthesise(size_t slot, size_t n) {
     _synthesis.advance();
     const size_t plane = _plan.frames * _plan.bins;
     for (size_t s = 0; s < _plan.stems.size(); ++s) {
-        const bool fades = !_wanted[s] && _fadesFor[s] > 0;
         for (size_t c = 0; c < kChannels; ++c) {
-            float* out = hopOf(s, c);
             const size_t row = s * kChannels + c;
-            float* real = _spectra[s].data() + 2 * c * plane + slot * _plan.bins;
-            real[plane] = 0.0f;  // DC has no imaginary part; what a model makes of it would sound as a Nyquist tone
-            if (_wanted[s])
-                _synthesis.addPlanes(row, real, real + plane, out);
-            else if (fades)
-                _synthesis.addNothing(row, out);
-            else
-                std::fill_n(out, _plan.hop, 0.0f);
+            for (size_t i = 0; i < n; ++i) {
+                float* out = hopOf(s, c, i);
+                float* real = _spectra[s].data() + 2 * c * plane + (slot + i) * _plan.bins;
+                real[plane] = 0.0f;  // DC has no imaginary part; what a model makes of it would sound as a Nyquist tone
+                if (_wanted[s])
+                    _synthesis.addPlanes(row, real, real + plane, out);
+                else if (i < _fadesFor[s])
+                    _synthesis.addNothing(row, out);
+                else
+                    std::fill_n(out, _plan.hop, 0.0f);
+            }
         }
-        if (_wanted[s])
-            _fadesFor[s] = _synthesis.fadeFrames();
-        else if (fades)
-            --_fadesFor[s];
+        _fadesFor[s] = _wanted[s] ? _synthesis.fadeFrames() : _fadesFor[s] - std::min(n, _fadesFor[s]);
     }
 }
 
-void StreamEngine::requireFinite(size_t stem) const {
-    const size_t row = kChannels * _plan.hop;
-    if (areFinite(_hops.data() + stem * row, row)) return;
-    char time[32];
+float* StreamEngine::hopOf(size_t output, size_t channel, size_t frame) {
+    return _hops.data() + ((output * kChannels + channel) * kFramesAtOnce + frame) * _plan.hop;
+}
+
+void StreamEngine::requireFinite(size_t stem, size_t frame) {
+    bool isFinite = true;
+    for (size_t c = 0; c < kChannels; ++c) isFinite = isFinite && areFinite(hopOf(stem, c, frame), _plan.hop);
+    if (isFinite) return;
+    char time[48];
     std::snprintf(time, sizeof time, "%zu.%03zu", _emitted / _plan.sampleRate,
                   _emitted % _plan.sampleRate * 1000 / _plan.sampleRate);
     throw std::runtime_error("the model gave values that are not finite for '" + _plan.stems[stem].name + "' at " +
@@ -201,23 +209,23 @@ void StreamEngine::requireFinite(size_t stem) const {
 }
 
 // The hop of the input from `position` on minus the same hop of all stems.
-void StreamEngine::subtractStems(size_t position) {
+void StreamEngine::subtractStems(size_t position, size_t frame) {
     const size_t rest = _plan.stems.size();
     for (size_t c = 0; c < kChannels; ++c) {
-        float* out = hopOf(rest, c);
+        float* out = hopOf(rest, c, frame);
         const RingSpan input = _ring.span(c, position, _plan.hop);
         std::copy_n(input.tail, input.tailLength, std::copy_n(input.head, input.headLength, out));
-        for (size_t s = 0; s < rest; ++s) subtract(out, hopOf(s, c), _plan.hop);
+        for (size_t s = 0; s < rest; ++s) subtract(out, hopOf(s, c, frame), _plan.hop);
     }
 }
 
-// Hands out `count` samples of the finished hop, from `skipped` on.
-void StreamEngine::write(const Output* outputs, size_t skipped, size_t count) {
+// Hands out `count` samples of a finished hop, from `skipped` on.
+void StreamEngine::write(const Output* outputs, size_t frame, size_t skipped, size_t count) {
     for (size_t o = 0; o < _plan.outputs(); ++o) {
         const Output& to = outputs[o];
         if (!to.left) continue;
-        const float* left = hopOf(o, 0) + skipped;
-        const float* right = hopOf(o, 1) + skipped;
+        const float* left = hopOf(o, 0, frame) + skipped;
+        const float* right = hopOf(o, 1, frame) + skipped;
         float* toLeft = to.left + _target * to.step;
         float* toRight = to.right + _target * to.step;
         if (to.step == 1) {

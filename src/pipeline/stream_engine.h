@@ -94,11 +94,11 @@ private:
     void addFrames(size_t n, const Output* outputs);
     void runModel();
     void emit(const Output* outputs);
-    void synthesise(size_t slot);
-    void requireFinite(size_t stem) const;
-    void subtractStems(size_t position);
-    void write(const Output* outputs, size_t skipped, size_t count);
-    float* hopOf(size_t output, size_t channel) { return _hops.data() + (2 * output + channel) * _plan.hop; }
+    void synthesise(size_t slot, size_t n);
+    void requireFinite(size_t stem, size_t frame);
+    void subtractStems(size_t position, size_t frame);
+    void write(const Output* outputs, size_t frame, size_t skipped, size_t count);
+    float* hopOf(size_t output, size_t channel, size_t frame);
 
     ISpectralModel& _model;
     StreamPlan _plan;
@@ -107,7 +107,7 @@ private:
     OverlapAdd _synthesis;
     std::vector<std::vector<float>> _spectra;  // the model's output for each stem, [4, frames, bins]
     std::vector<float*> _modelOutputs;         // for each output of the model, where it is to go; null: not wanted
-    std::vector<float> _hops;                  // finished samples of a frame, [outputs, 2, hop]
+    std::vector<float> _hops;                  // finished samples, [outputs, 2, frames at once, hop]
 
     std::vector<bool> _wanted;      // by the host, from the next model call on
     std::vector<size_t> _fadesFor;  // frames for which a stem that is off still sounds

@@ -1,0 +1,202 @@
+// What the library and the command add to a trained network:  tavrin_network MODEL.onnx COMMAND
+// Bare calls of the runtime and bare transforms, against the whole Separator, against the command with its files, on
+// the same audio; the rounds of all three are interleaved, and the medians count.
+#include <onnxruntime_cxx_api.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bare_transforms.h"
+#include "signals.h"
+#include "tavrin/separator.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kRounds = 3;
+constexpr size_t kCalls = 24;  // four minutes at 448 new frames a call
+constexpr size_t kHostBlock = 65536;
+
+double secondsOf(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+/// The model in a session of its own, as the runtime's manual has it.
+class BareSession {
+public:
+    BareSession(const std::vector<std::uint8_t>& bytes, const tavrin::ModelInfo& info, size_t threads)
+        : _shape{1, 4, std::int64_t(info.frames), std::int64_t(info.bins)},
+          _in(noise(4 * info.frames * info.bins)),
+          _out(_in.size()) {
+        Ort::SessionOptions options;
+        options.SetIntraOpNumThreads(int(threads));
+        _session = Ort::Session(_environment, bytes.data(), bytes.size(), options);
+        _inputName = _session.GetInputNameAllocated(0, _allocator).get();
+        _outputName = _session.GetOutputNameAllocated(0, _allocator).get();
+    }
+
+    void run() {
+        const Ort::Value in = tensor(_in);
+        Ort::Value out = tensor(_out);
+        const char* const inputs[] = {_inputName.c_str()};
+        const char* const outputs[] = {_outputName.c_str()};
+        _session.Run(Ort::RunOptions(), inputs, &in, 1, outputs, &out, 1);
+    }
+
+private:
+    Ort::Value tensor(std::vector<float>& values) {
+        return Ort::Value::CreateTensor<float>(_memory, values.data(), values.size(), _shape.data(), _shape.size());
+    }
+
+    Ort::Env _environment{ORT_LOGGING_LEVEL_FATAL, "bench"};
+    Ort::MemoryInfo _memory = Ort::MemoryInfo::CreateCpu(OrtDeviceAllocator, OrtMemTypeCPU);
+    Ort::AllocatorWithDefaultOptions _allocator;
+    Ort::Session _session{nullptr};
+    std::array<std::int64_t, 4> _shape;
+    std::vector<float> _in, _out;
+    std::string _inputName, _outputName;
+};
+
+void streamThrough(const tavrin::Model& model, const std::vector<float>& samples) {
+    tavrin::Separator separator(model, {});
+    std::vector<float> out(2 * (separator.latency() + kHostBlock));
+    float* const outputs[] = {out.data()};
+    for (size_t from = 0; from < samples.size() / 2; from += kHostBlock) {
+        const float* const input[] = {&samples[2 * from]};
+        separator.process(input, std::min(kHostBlock, samples.size() / 2 - from), outputs, out.size() / 2);
+    }
+    separator.finish(outputs, out.size() / 2);
+}
+
+/// Stereo WAV of 32-bit floats.
+void writeWav(const fs::path& path, std::uint32_t rate, const std::vector<float>& samples) {
+    struct {
+        char riff[4] = {'R', 'I', 'F', 'F'};
+        std::uint32_t size = 0;
+        char wave[8] = {'W', 'A', 'V', 'E', 'f', 'm', 't', ' '};
+        std::uint32_t formatSize = 16;
+        std::uint16_t format = 3, channels = 2;
+        std::uint32_t rate = 0, bytesPerSecond = 0;
+        std::uint16_t frameBytes = 8, bits = 32;
+        char data[4] = {'d', 'a', 't', 'a'};
+        std::uint32_t dataSize = 0;
+    } header;
+    header.dataSize = std::uint32_t(samples.size() * sizeof(float));
+    header.size = std::uint32_t(sizeof header - 8) + header.dataSize;
+    header.rate = rate;
+    header.bytesPerSecond = 8 * rate;
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(&header), sizeof header);
+    file.write(reinterpret_cast<const char*>(samples.data()), std::streamsize(header.dataSize));
+    if (!file.flush()) throw std::runtime_error(path.string() + " cannot be written");
+}
+
+/// Runs a program to its end. @return its peak of resident memory in MiB.
+double run(const std::vector<std::string>& words) {
+    std::vector<char*> arguments;
+    for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        execv(arguments[0], arguments.data());
+        _exit(127);
+    }
+    int status = 0;
+    rusage used{};
+    if (child < 0 || wait4(child, &status, 0, &used) != child || status != 0)
+        throw std::runtime_error(words.front() + " failed");
+    return double(used.ru_maxrss) / 1024;
+}
+
+struct Folder {
+    Folder() {
+        std::string name = (fs::temp_directory_path() / "tavrin-bench-XXXXXX").string();
+        if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
+        path = name;
+    }
+    ~Folder() { fs::remove_all(path); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    fs::path path;
+};
+
+void printSection(const std::string& modelPath, const std::string& command) {
+    std::ifstream stream(modelPath, std::ios::binary);
+    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(stream), {}};
+    const Folder folder;
+    for (const size_t threads : {1, 2}) {
+        tavrin::ModelOptions options;
+        options.threads = threads;
+        const tavrin::Model model({bytes.data(), bytes.size()}, options);
+        const tavrin::ModelInfo& info = model.info();
+        // So many samples that the last model call is as full as the others.
+        const size_t step = tavrin::Separator(model, {}).step();
+        const size_t hops = kCalls * step - info.frameLength / info.hop - info.context;
+        const std::vector<float> samples = noise(2 * hops * info.hop);
+        writeWav(folder.path / "song.wav", info.sampleRate, samples);
+
+        BareSession session(bytes, info, threads);
+        BareTransforms transforms;
+        std::vector<double> bare, floor, library, whole;
+        double peak = 0;
+        for (int round = 0; round < kRounds; ++round) {
+            bare.push_back(secondsOf([&] {
+                for (size_t i = 0; i < kCalls; ++i) session.run();
+            }));
+            floor.push_back(secondsOf([&] { transforms.block(); }) * double(hops) / kBlockFrames);
+            library.push_back(secondsOf([&] { streamThrough(model, samples); }));
+            whole.push_back(secondsOf([&] {
+                peak = run({command, (folder.path / "song.wav").string(), "--model", modelPath, "--threads",
+                            std::to_string(threads), "-o", folder.path.string(), "--only", "stem", "--overwrite",
+                            "--no-record", "--quiet"});
+            }));
+        }
+        const double least = median(bare) + median(floor), seconds = double(samples.size()) / 2 / info.sampleRate;
+        const auto row = [&](const char* what, double time, const char* target) {
+            std::printf("  %-44s %12.3f %9.2f  %s\n", what, time / least, time, target);
+        };
+        std::printf("\n%s, %zu thread%s, %.0f s of audio, %.0f times real time%9s s\n",
+                    fs::path(modelPath).filename().c_str(), threads, threads == 1 ? "" : "s", seconds,
+                    seconds / median(library), "");
+        row("bare model calls and transforms", least, "");
+        row("the library", median(library), "at most 1.03");
+        row("the command, files in and out", median(whole), "at most 1.10");
+        std::printf("  %-44s %12.0f %9s\n", "the command's peak", peak, "MiB");
+        std::fflush(stdout);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+    if (argc != 3) return 2;
+    if (fs::exists(argv[1]))
+        printSection(argv[1], argv[2]);
+    else
+        std::printf("\n%s: skipped, not there; scripts/setup.sh vocals fetches it\n", argv[1]);
+    return 0;
+} catch (const std::exception& failure) {
+    std::fprintf(stderr, "tavrin_network: %s\n", failure.what());
+    return 1;
+}
