@@ -17,7 +17,7 @@ cmake --build "$build" --parallel "$(nproc)" --target tavrin_fuzzers >/dev/null
 
 # The corpus stays, so that the next run begins where this one ended.
 declare -A process
-for fuzzer in fuzz_stream_engine fuzz_onnx_file fuzz_buffer_aggregator; do
+for fuzzer in fuzz_stream_engine fuzz_onnx_file; do
     mkdir -p "$build/corpus/$fuzzer" "$found"
     "$build/tests/fuzz/$fuzzer" -max_total_time="$seconds" -max_len=4096 -artifact_prefix="$found/$fuzzer-" \
         "$build/corpus/$fuzzer" >"$build/$fuzzer.log" 2>&1 &

@@ -27,7 +27,7 @@ run() {
     local program="$1/tests/stress/$2" log="$build/$2.log" start=$SECONDS state=passed
     shift 2
     "$program" "$@" >"$log" 2>&1 || { state="FAILED, see $log"; result=1; }
-    say "$(grep -E '^[a-z_]+( \(runtime\))?: ' "$log" || basename "$program"), $((SECONDS - start)) s: $state"
+    say "$(grep -E '^[a-z_]+: ' "$log" || basename "$program"), $((SECONDS - start)) s: $state"
 }
 
 # The same damage every time: flipped bits, other bytes, insertions, truncation.
@@ -87,7 +87,6 @@ build "$root/build/stress-tsan" tsan eight_threads
 build "$root/build/stress-asan" asan damaged_models
 
 run "$build" long_stream "$minutes"
-run "$build" eight_threads runtime
 run "$root/build/stress-tsan" eight_threads
 
 damage

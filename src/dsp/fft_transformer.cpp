@@ -9,6 +9,7 @@
 #include <string>
 
 #include "dsp/lane_order.h"
+#include "support/transform_length.h"
 
 namespace {
 
@@ -17,11 +18,7 @@ constexpr size_t kPadding = 2;
 // What PFFFT's real transform can do, tested here because the library itself would stop the process.
 size_t requireTransformLength(size_t length) {
     constexpr auto kLongest = static_cast<size_t>(std::numeric_limits<int>::max());
-    size_t rest = length;
-    if (length % 32 == 0 && length > 0 && length <= kLongest)
-        for (const size_t factor : {2U, 3U, 5U})
-            while (rest % factor == 0) rest /= factor;
-    if (rest != 1)
+    if (length > kLongest || !tavrin::isTransformLength(length))
         throw std::invalid_argument("FFT of length " + std::to_string(length) +
                                     ": it must be a positive multiple of 32 without prime factors above 5");
     return length;

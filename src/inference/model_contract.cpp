@@ -5,6 +5,8 @@
 #include <set>
 #include <system_error>
 
+#include "support/transform_length.h"
+
 namespace tavrin {
 
 namespace {
@@ -44,14 +46,6 @@ const ModelTensor* named(const std::vector<ModelTensor>& tensors, const std::str
 
 bool isFixed(const std::vector<std::int64_t>& shape) {
     return std::all_of(shape.begin(), shape.end(), [](std::int64_t length) { return length >= 0; });
-}
-
-// PFFFT's lengths.
-bool isTransformLength(std::size_t length) {
-    if (length == 0 || length % 32 != 0) return false;
-    for (const std::size_t factor : {2U, 3U, 5U})
-        while (length % factor == 0) length /= factor;
-    return length == 1;
 }
 
 std::string trimmed(const std::string& text) {

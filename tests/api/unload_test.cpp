@@ -14,19 +14,12 @@
 #include "tavrin/tavrin_c.h"
 #include "tavrin/tavrin_proc.h"
 
-template <class Function>
-static Function* symbol(void* library, const char* name) {
-    return reinterpret_cast<Function*>(dlsym(library, name));
-}
-
 static bool loadAndUnload(const char* path, const std::vector<char>& model) {
     void* const library = dlopen(path, RTLD_NOW);
     if (!library) return std::puts(dlerror()), false;
-    const auto initialize =
-        symbol<decltype(tavrin::initializeModel)>(library,
-                                                  "_ZN6tavrin15initializeModelERKNSt7__cxx1112basic_string"
-                                                  "IcSt11char_traitsIcESaIcEEERKNS_9ModelDataE");
-    const auto create = symbol<decltype(tavrin_model_create)>(library, "tavrin_model_create");
+    const auto initialize = reinterpret_cast<decltype(&tavrin::initializeModel)>(dlsym(
+        library, "_ZN6tavrin15initializeModelERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEERKNS_9ModelDataE"));
+    const auto create = reinterpret_cast<decltype(&tavrin_model_create)>(dlsym(library, "tavrin_model_create"));
     tavrin_model* handle = nullptr;
     return initialize && create &&
            initialize("tag", {reinterpret_cast<const std::uint8_t*>(model.data()), model.size(), nullptr}) &&

@@ -23,7 +23,6 @@ from adapt import weights
 from library import Library
 
 FOLDER = Path(tempfile.mkdtemp())
-LIBRARY = None
 RATE = 44100
 
 
@@ -38,6 +37,10 @@ def signal(seconds):
     return audio.astype(numpy.float32)
 
 
+def lowpass(audio, hertz):
+    return numpy.fft.irfft(numpy.fft.rfft(audio)[:, : hertz * audio.shape[1] // RATE], audio.shape[1])
+
+
 def agreement(ours, theirs):
     """Decibels by which the difference is below the signal, a fifth away from both ends."""
     cut = theirs.shape[1] // 5
@@ -46,8 +49,7 @@ def agreement(ours, theirs):
 
 
 def tool(*arguments):
-    command = [sys.executable, ROOT / "scripts/adapt_model.py", *arguments]
-    return subprocess.run([str(part) for part in command], capture_output=True, text=True)
+    return subprocess.run([ROOT / "scripts/adapt_model.py", *map(str, arguments)], capture_output=True, text=True)
 
 
 def adapt(out, family, *arguments):
@@ -59,16 +61,14 @@ def adapt(out, family, *arguments):
 
 
 class Families(unittest.TestCase):
-    # family, files and switches, seconds, context that covers the reach, samples that bring our frames to theirs
-    CASES = [
-        ("mdx", [HERE / "mdx_vocals.onnx", "--frame-length", 6144], 10, 32, 1024),
-        ("openunmix", [HERE / "vocals.pth", HERE / "drums.pth"], 2, 64, 0),
-        ("unet", [HERE / "stems.npz", "--frames", 1024], 14, 256, 62 * 1024),
-    ]
-
     def test_giveTheStemsOfTheirOwnPipelines(self):
         expected = numpy.load(HERE / "stems_of_pytorch.npz")
-        for family, arguments, seconds, context, delay in self.CASES:
+        # seconds, context that covers the reach, samples that bring our frames to theirs
+        for family, arguments, seconds, context, delay in [
+            ("mdx", [HERE / "mdx_vocals.onnx", "--frame-length", 6144], 10, 32, 1024),
+            ("openunmix", [HERE / "vocals.pth", HERE / "drums.pth"], 2, 64, 0),
+            ("unet", [HERE / "stems.npz", "--frames", 1024], 14, 256, 62 * 1024),
+        ]:
             model = adapt(FOLDER / "model.onnx", family, *arguments)
             audio = numpy.pad(signal(seconds), ((0, 0), (delay, 0)))
             stems = LIBRARY.separate(model, audio, context)
@@ -82,24 +82,15 @@ class Families(unittest.TestCase):
 
     def test_invertIsTheMixWithoutTheStemAndHalfIsClose(self):
         audio, options = signal(3), [HERE / "mdx_vocals.onnx", "--frame-length", 6144]
-        stem = LIBRARY.separate(adapt(FOLDER / "model.onnx", "mdx", *options), audio)["vocals"]
-        rest = LIBRARY.separate(adapt(FOLDER / "rest.onnx", "mdx", *options, "--invert", "--stems", "band"), audio)[
-            "band"
-        ]
+        switches = [], ["--invert", "--stems", "band"], ["--compensate", 2, "--half"]
+        models = (adapt(FOLDER / "model.onnx", "mdx", *options, *more) for more in switches)
+        (stem,), (rest,), (loud,) = (LIBRARY.separate(model, audio).values() for model in models)
         # The network sees 64 bins, up to 459 Hz: above it the inverted stem has nothing.
-        low = numpy.fft.irfft(numpy.fft.rfft(audio)[:, : 3 * 400], audio.shape[1])
-        together = numpy.fft.irfft(numpy.fft.rfft(stem + rest)[:, : 3 * 400], audio.shape[1])
-        self.assertGreater(agreement(together, low), 60)
-        loud = LIBRARY.separate(adapt(FOLDER / "loud.onnx", "mdx", *options, "--compensate", 2, "--half"), audio)[
-            "vocals"
-        ]
+        self.assertGreater(agreement(lowpass(stem + rest, 400), lowpass(audio, 400)), 60)
         self.assertGreater(agreement(loud, 2 * stem), 40)
 
     def test_otherFramesBinsAndRatesGiveEightStemsAndTheRest(self):
-        audio = signal(3)
-        low = numpy.fft.irfft(
-            numpy.fft.rfft(audio)[:, : audio.shape[1] // 4], audio.shape[1]
-        )  # below the model's 700 bins
+        low = lowpass(signal(3), 11025)  # below the model's 700 bins
         stems = LIBRARY.separate((ROOT / "tests/models/eight_stems.onnx").read_bytes(), low, rest=True)
         self.assertEqual(list(stems), "voice choir drums bass piano guitar strings wind rest".split())
         self.assertGreater(agreement(2 * stems["voice"], low), 100)
@@ -113,12 +104,6 @@ class Hostile:
 
 
 class Readers(unittest.TestCase):
-    def refuse(self, text, family, *arguments):
-        done = tool(family, *arguments, FOLDER / "out.onnx")
-        with self.subTest(text):
-            self.assertEqual((done.returncode, done.stderr.count("\n")), (1, 1), done.stderr)
-            self.assertIn(text, done.stderr)
-
     def test_sayInOneLineWhatIsWrong(self):
         with zipfile.ZipFile(FOLDER / "zipped.pth", "w") as archive:
             archive.writestr("zipped/data.pkl", pickle.dumps({"fc1.weight": Hostile()}, 2))
@@ -126,10 +111,7 @@ class Readers(unittest.TestCase):
             for name in whole.namelist():  # the tensors are as large as before, their data is not
                 archive.writestr(name, whole.read(name)[: 8 if "/data/" in name else None])
         (FOLDER / "bare.pth").write_bytes(pickle.dumps(Hostile(), 0))
-        lacking = weights.load(HERE / "vocals.pth")
-        lacking = {name: array for name, array in lacking.items() if not name.startswith("lstm.weight_ih_l1")}
-        numpy.savez(FOLDER / "lacking.npz", **lacking)
-        numpy.savez(FOLDER / "other.npz", **lacking | {"fc2.weight": numpy.zeros((3, 3))})
+        numpy.savez(FOLDER / "other.npz", **weights.load(HERE / "vocals.pth") | {"fc2.weight": numpy.zeros((3, 3))})
         for text, family, *arguments in [
             ("wants posix.mkdir, which is no tensor", "openunmix", FOLDER / "zipped.pth"),
             ("wants posix.mkdir, which is no tensor", "unet", FOLDER / "bare.pth"),
@@ -143,9 +125,11 @@ class Readers(unittest.TestCase):
             ("neither a PyTorch checkpoint", "openunmix", HERE / "families_test.py"),
             ("No such file", "plain", FOLDER / "absent.onnx"),
         ]:
-            self.refuse(text, family, *arguments)
-        self.assertFalse((FOLDER / "hostile").exists())
-        self.assertFalse((FOLDER / "out.onnx").exists())
+            done = tool(family, *arguments, FOLDER / "out.onnx")
+            with self.subTest(text):
+                self.assertEqual((done.returncode, done.stderr.count("\n")), (1, 1), done.stderr)
+                self.assertIn(text, done.stderr)
+        self.assertFalse((FOLDER / "hostile").exists() or (FOLDER / "out.onnx").exists())
 
     def test_refuseFilesThatAreCutOffOrDamaged(self):
         """Whatever is loaded in spite of it has real arrays."""
@@ -153,9 +137,7 @@ class Readers(unittest.TestCase):
         for name in "vocals.pth", "old_format.pth", "stems.npz":
             whole = (HERE / name).read_bytes()
             for k in range(60):
-                damaged = bytearray(whole)
-                if k < 20:
-                    del damaged[random.randint(len(whole)) :]
+                damaged = bytearray(whole[: random.randint(len(whole))] if k < 20 else whole)
                 for place in random.randint(len(whole), size=0 if k < 20 else 3):
                     damaged[place % 2000 if k < 40 else place] = random.randint(256)
                 (FOLDER / name).write_bytes(damaged)

@@ -8,18 +8,26 @@ from onnx import TensorProto, checker, helper, numpy_helper
 CONTRACT = [1, 4, 256, 2048]  # batch, planes (real and imaginary per channel), frames, bins
 
 
-def write(name, nodes, shape, kind=TensorProto.FLOAT, constants=(), inputs=("spectrum",), outputs=("separated",), flags=(), metadata=(), turned=False):
+def write(name, nodes, shape, kind=TensorProto.FLOAT, constants=(), inputs=("spectrum",), outputs=("separated",),
+          flags=(), metadata=(), turned=False, results=None):
     tensor = helper.make_tensor_value_info
     order = slice(None, None, -1 if turned else 1)
     graph = helper.make_graph(
         nodes, name,
         ([tensor(text, kind, shape) for text in inputs] + [tensor(text, TensorProto.BOOL, [1]) for text in flags])[order],
-        [tensor(text, kind, shape) for text in outputs][order],
+        results or [tensor(text, kind, shape) for text in outputs][order],
         [numpy_helper.from_array(value, constant) for constant, value in constants])
     model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 13)], ir_version=8, producer_name="")
     helper.set_model_props(model, dict(metadata))
     checker.check_model(model)
     (Path(__file__).parent / f"{name}.onnx").write_bytes(model.SerializeToString(deterministic=True))
+
+
+def write_gains(name, shape, gains, source="spectrum", **more):
+    """Each output is the input times its gain."""
+    nodes = [helper.make_node("Mul", [source, f"{output}_gain"], [output]) for output in gains]
+    constants = [(f"{output}_gain", numpy.array([gain], numpy.float32)) for output, gain in gains.items()]
+    write(name, nodes, shape, constants=constants, inputs=[source], outputs=list(gains), **more)
 
 
 identity = [helper.make_node("Identity", ["spectrum"], ["separated"])]
@@ -49,11 +57,8 @@ write("swapped", [
 
 # Each stem has a gain of its own, 1/2, 1/4, 1/8 …, and none looks at its flag: silence comes from the library's gating.
 STEMS = ["vocals", "drum", "bass", "piano", "acoustic_guitar", "electric_guitar"]
-write("six_stems", [
-    helper.make_node("Mul", ["unified_input", f"{stem}_gain"], [f"{stem}_output"]) for stem in STEMS
-], CONTRACT, inputs=["unified_input"], flags=[f"{stem}_flag" for stem in STEMS],
-    outputs=[f"{stem}_output" for stem in STEMS],
-    constants=[(f"{stem}_gain", numpy.array([0.5 ** (i + 1)], numpy.float32)) for i, stem in enumerate(STEMS)])
+write_gains("six_stems", CONTRACT, {f"{stem}_output": 0.5 ** (i + 1) for i, stem in enumerate(STEMS)}, "unified_input",
+            flags=[f"{stem}_flag" for stem in STEMS])
 
 # Says which flags are set, as a sum of 1, 2, 4 … in every value of each output. Names count, so all stands in the reverse
 # order.
@@ -69,25 +74,17 @@ write("flags", [
     constants=[("bits", numpy.array([2 ** i for i in range(6)], numpy.float32)), ("zero", numpy.zeros(1, numpy.float32))])
 
 # Two stems without flags, and all that a model can say of itself.
-write("described", [helper.make_node("Mul", ["spectrum", gain], [output])
-                    for gain, output in [("quarter", "first_output"), ("half", "second")]],
-      [1, 4, 6, 480], outputs=["first_output", "second"],
-      constants=[("quarter", numpy.array([0.25], numpy.float32)), ("half", numpy.array([0.5], numpy.float32))],
-      metadata={"tavrin.frame_length": "960", "tavrin.hop": "240", "tavrin.window": "hann",
-                "tavrin.sample_rate": "48000", "tavrin.context": "2", "tavrin.stems": "voice, band",
-                "tavrin.title": "Halves", "tavrin.licence": "MIT", "tavrin.source": "made here"})
+write_gains("described", [1, 4, 6, 480], {"first_output": 0.25, "second": 0.5}, metadata={
+    "tavrin.frame_length": "960", "tavrin.hop": "240", "tavrin.window": "hann", "tavrin.sample_rate": "48000",
+    "tavrin.context": "2", "tavrin.stems": "voice, band", "tavrin.title": "Halves", "tavrin.licence": "MIT",
+    "tavrin.source": "made here"})
 
 # As many stems as a model of this kind may have, and nothing of it usual: each is a power of two quieter than the one before.
 EIGHT = ["voice", "choir", "drums", "bass", "piano", "guitar", "strings", "wind"]
-write("eight_stems", [helper.make_node("Mul", ["spectrum", f"gain{i}"], [stem]) for i, stem in enumerate(EIGHT)],
-      [1, 4, 40, 700], outputs=EIGHT,
-      constants=[(f"gain{i}", numpy.array([0.5 ** (i + 1)], numpy.float32)) for i in range(len(EIGHT))],
-      metadata={"tavrin.frame_length": "2048", "tavrin.hop": "512", "tavrin.window": "hann",
-                "tavrin.sample_rate": "48000", "tavrin.context": "3"})
+write_gains("eight_stems", [1, 4, 40, 700], {stem: 0.5 ** (i + 1) for i, stem in enumerate(EIGHT)}, metadata={
+    "tavrin.frame_length": "2048", "tavrin.hop": "512", "tavrin.window": "hann", "tavrin.sample_rate": "48000",
+    "tavrin.context": "3"})
 
 # Its output is a sequence, which has no dimensions to ask for.
-graph = helper.make_graph([helper.make_node("SequenceConstruct", ["spectrum"], ["separated"])], "no_tensor",
-                          [helper.make_tensor_value_info("spectrum", TensorProto.FLOAT, CONTRACT)],
-                          [helper.make_tensor_sequence_value_info("separated", TensorProto.FLOAT, None)])
-model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 13)], ir_version=8, producer_name="")
-(Path(__file__).parent / "no_tensor.onnx").write_bytes(model.SerializeToString(deterministic=True))
+write("no_tensor", [helper.make_node("SequenceConstruct", ["spectrum"], ["separated"])], CONTRACT,
+      results=[helper.make_tensor_sequence_value_info("separated", TensorProto.FLOAT, None)])

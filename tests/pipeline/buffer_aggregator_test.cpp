@@ -5,36 +5,36 @@
 #include <stdexcept>
 
 #include "support/log_capture.h"
-
-namespace {
-
-// [2, n] samples that count on from `from`.
-xt::xarray<float> counting(size_t n, float from) {
-    auto block = xt::xarray<float>::from_shape({2, n});
-    for (size_t i = 0; i < 2 * n; ++i) block.data()[i] = from + float(i % n);
-    return block;
-}
+#include "support/signals.h"
 
 TEST(BufferAggregator, refusesWhatDoesNotFitAndChangesNothing) {
     BufferAggregator queue(2, 4, 1);
-    queue.add(counting(3, 0.0f));
-    EXPECT_THROW(queue.add(counting(2, 9.0f)), std::runtime_error);
+    queue.add(ramp(3, 0));
+    EXPECT_THROW(queue.add(ramp(2, 9)), std::runtime_error);
     EXPECT_THROW(queue.add(xt::xarray<float>::from_shape({3, 1})), std::invalid_argument);
     EXPECT_THROW(queue.add({}), std::invalid_argument);
     EXPECT_THROW(queue.get(2, 3), std::invalid_argument);
     EXPECT_THROW(BufferAggregator(2, 0, 1), std::invalid_argument);
-    queue.add(counting(1, 3.0f));  // exactly full
-    EXPECT_EQ(queue.get(0, 0), counting(4, 0.0f));
+    queue.add(ramp(1, 3));  // exactly full
+    EXPECT_EQ(queue.get(0, 0), ramp(4, 0));
 }
 
-TEST(BufferAggregator, answersOddlyWhenEmpty) {
+TEST(BufferAggregator, keepsTheOrderAcrossTheRingsEndInEveryBatchRowAndAnswersOddlyWhenEmpty) {
     LogCapture log(plog::warning);
-    BufferAggregator queue(2, 4, 1);
+    BufferAggregator queue(2, 4, 2);
+    queue.add(ramp(3, 0));
+    queue.get(3, 1);
+    queue.add(ramp(3, 3));  // over the end
+    for (const size_t from : {2U, 3U, 4U}) {
+        const auto out = from < 4 ? queue.get(0, 5 - from) : queue.flush();
+        ASSERT_EQ(out.shape(), (xt::xarray<float>::shape_type{2, 2, 6 - from}));
+        const auto row = ramp(6 - from, from);
+        for (size_t i = 0; i < out.size(); ++i) EXPECT_EQ(out.data()[i], row.data()[i % row.size()]) << from;
+    }
     EXPECT_FALSE(queue.canReturn(0));
     EXPECT_EQ(queue.get(0, 0).dimension(), 0u);
-    EXPECT_EQ(log.texts(plog::warning).at(0),
-              "BufferAggregator::get - cannot return requested size: 0, current length: 0");
-    EXPECT_EQ(queue.flush().shape(), (xt::xarray<float>::shape_type{1, 2, 0}));
+    EXPECT_EQ(log.listing("WARN"), "WARN BufferAggregator::get - cannot return requested size: 0, current length: 0\n");
+    EXPECT_EQ(queue.flush().shape(), (xt::xarray<float>::shape_type{2, 2, 0}));
 }
 
 TEST(BufferAggregator, isEmptyWhenItHasBeenMovedFrom) {
@@ -45,5 +45,3 @@ TEST(BufferAggregator, isEmptyWhenItHasBeenMovedFrom) {
     EXPECT_EQ(queue.length(), 0u);  // NOLINT(bugprone-use-after-move): its state is promised
     EXPECT_ANY_THROW(queue.add(xt::xarray<float>({1, 5}, 1.0f)));
 }
-
-}  // namespace

@@ -4,11 +4,9 @@
 
 #include "support/signals.h"
 
-namespace {
-
 constexpr size_t kFrame = 64, kHop = 16, kFrames = 36;
 
-xt::xtensor<float, 1> hann() { return windowOf(WindowType::Hann, kFrame); }
+static xt::xtensor<float, 1> hann() { return windowOf(WindowType::Hann, kFrame); }
 
 TEST(PostProcessor, givesTheSignalBackFromItsFrames) {
     const auto signal = tones(40 * kHop, 1);
@@ -36,5 +34,3 @@ TEST(PostProcessor, dividesByWhatIsAboveTheSmallestNormalFloat) {
     applyTiny(values, xt::xarray<float>{2, 0, smallest, 2 * smallest});
     EXPECT_EQ(values, (xt::xarray<float>{{3, 6, 6, 3 / smallest}, {4, 8, 8, 4 / smallest}}));
 }
-
-}  // namespace

@@ -7,20 +7,15 @@
 #include "inference/run_failure.h"
 #include "support/fake_inference.h"
 #include "support/log_capture.h"
-
-namespace {
+#include "support/signals.h"
 
 constexpr size_t kFrame = 64, kHop = 16, kFrames = 8;
 
-// A ramp from sample `from` on: with a window of ones, the DC value of the frame that starts at t is 64·t + 2016.
-xt::xarray<float> ramp(size_t samples, size_t from) {
-    auto block = xt::xarray<float>::from_shape({2, samples});
-    for (size_t i = 0; i < 2 * samples; ++i) block.data()[i] = float(from + i % samples);
-    return block;
-}
+using Marks = std::vector<float>;
 
-// Writes the hop that every frame starts at into its bin 0, and that of the next frame into bin 1 (-1: none there).
-bool markFrames(const float* input, const std::vector<float*>& outputs, const Shape& shape) {
+// Writes the hop that every frame of a ramp starts at into its bin 0, and that of the next frame into bin 1 (-1: none
+// there). With a window of ones, the DC value of the frame that starts at t is 64·t + 2016.
+static bool markFrames(const float* input, const std::vector<float*>& outputs, const Shape& shape) {
     const auto hopOf = [&](size_t frame) {
         const float dc = frame < shape.frames ? input[frame * shape.bins] : 0.0f;
         return dc == 0.0f ? -1.0f : (dc - 2016.0f) / 64.0f / float(kHop);
@@ -30,20 +25,18 @@ bool markFrames(const float* input, const std::vector<float*>& outputs, const Sh
     return true;
 }
 
-PreProcessor makePreProcessor(FakeInference::Model model = markFrames, bool trimEdges = true) {
+static PreProcessor makePreProcessor(FakeInference::Model model = markFrames, bool trimEdges = true) {
     const auto fake = std::make_shared<FakeInference>(std::move(model));
     return {2, kFrame, kHop, xt::xarray<float>({kFrame}, 1.0f), fake, kFrames, trimEdges, 1};
 }
 
 // The hops of the returned frames, then that behind the last one.
-std::vector<float> marks(const xt::xarray<float>& spectra) {
-    std::vector<float> found;
+static Marks marks(const xt::xarray<float>& spectra) {
+    Marks found;
     for (size_t i = 0; i < spectra.shape(2); i += kFrame) found.push_back(spectra(0, 0, i));
     found.push_back(spectra(0, 0, spectra.shape(2) - kFrame + 2));
     return found;
 }
-
-using Marks = std::vector<float>;
 
 TEST(PreProcessor, withholdsTheNewestFrameUntilItsNeighbourIsKnown) {
     PreProcessor pre = makePreProcessor();
@@ -66,7 +59,7 @@ TEST(PreProcessor, returnsWhatTheRangeRulesGiveWhenEveryFrameIsNew) {
 }
 
 TEST(PreProcessor, givesTheModelRealAndImaginaryPartsInPlanes) {
-    std::vector<float> seen;
+    Marks seen;
     auto signal = ramp(kFrame, 0);
     for (size_t i = 0; i < kFrame; ++i) signal(1, i) = float(i % 4 == 1) - float(i % 4 == 3);  // a sine in bin 16
     const auto noting = [&](const float* in, auto&, const Shape& shape) {
@@ -97,12 +90,10 @@ TEST(PreProcessor, reportsAFailedRunAndRefusesBadBlocksBeforeAnythingChanges) {
     PreProcessor pre =
         makePreProcessor([&](const float* in, auto& out, auto& shape) { return works && markFrames(in, out, shape); });
     EXPECT_EQ(pre.process(ramp(kFrame, 0), false).dimension(), 0u);
-    EXPECT_EQ(log.texts(plog::error), std::vector<std::string>{"Inference failed"});
+    EXPECT_EQ(log.listing("ERROR"), "ERROR Inference failed\n");
     for (const size_t length : {kFrame - 1, kFrame + 8 * kHop})
         EXPECT_THROW(pre.process(ramp(length, 0), false), std::invalid_argument);
     EXPECT_THROW(pre.process(xt::xarray<float>::from_shape({1, kFrame}), false), std::invalid_argument);
     works = true;
     EXPECT_EQ(marks(pre.process(ramp(kFrame + kHop, kHop), true)), (Marks{1, 2, -1}));
 }
-
-}  // namespace

@@ -2,6 +2,7 @@
 
 TAVRIN_HOST is the minimal host in C++, whose bits are compared.
 """
+import concurrent.futures
 import os
 import pickle
 import signal
@@ -18,24 +19,16 @@ import tavrin
 
 MODELS = Path(__file__).parents[1] / "models"
 NOISE = numpy.random.default_rng(1).uniform(-0.5, 0.5, (300_000, 2)).astype("float32")
+CENTRE = tavrin.Model("centre")
+WHOLE = tavrin.separate(CENTRE, NOISE)
 
 
-@pytest.fixture(scope="module")
-def centre():
-    return tavrin.Model("centre")
-
-
-@pytest.fixture(scope="module")
-def whole(centre):
-    return tavrin.separate(centre, NOISE)
-
-
-def test_the_bits_are_those_of_the_host_in_cpp(whole, tmp_path):
+def test_the_bits_are_those_of_the_host_in_cpp(tmp_path):
     (tmp_path / "noise.f32").write_bytes(NOISE.tobytes())
-    file = tavrin.models()["centre"]
-    subprocess.run([os.environ["TAVRIN_HOST"], file, "noise.f32", "stem.f32"], cwd=tmp_path, check=True)
-    assert (tmp_path / "stem.f32").read_bytes() == whole["centre"].tobytes()
-    assert numpy.abs(whole["rest"] - (NOISE - whole["centre"])).max() < 1e-6  # as floats subtract
+    command = [os.environ["TAVRIN_HOST"], tavrin.models()["centre"], "noise.f32", "stem.f32"]
+    subprocess.run(command, cwd=tmp_path, check=True)
+    assert (tmp_path / "stem.f32").read_bytes() == WHOLE["centre"].tobytes()
+    assert numpy.abs(WHOLE["rest"] - (NOISE - WHOLE["centre"])).max() < 1e-6  # as floats subtract
 
 
 class Array:
@@ -52,16 +45,16 @@ class Array:
     lambda x: type("ArrayLike", (Array,), {})(x, "__array__"),
     lambda x: type("Tensor", (Array,), {"__dlpack_device__": lambda _: (1, 0)})(x, "__dlpack__")],
     ids="planar transposed columns strided swapped unaligned array dlpack".split())
-def test_every_view_of_the_samples_gives_the_same_bits_in_its_own_shape(centre, whole, view):
+def test_every_view_of_the_samples_gives_the_same_bits_in_its_own_shape(view):
     samples = view(NOISE)
     shape = getattr(samples, "shape", NOISE.shape)
-    for name, part in tavrin.separate(centre, samples).items():
+    for name, part in tavrin.separate(CENTRE, samples).items():
         assert part.dtype == numpy.float32 and part.shape == shape
-        assert numpy.array_equal(part if shape == NOISE.shape else part.T, whole[name])
+        assert numpy.array_equal(part if shape == NOISE.shape else part.T, WHOLE[name])
 
 
 @pytest.mark.parametrize("axis", [0, 1])
-def test_streams_give_the_same_bits_however_they_are_cut(whole, axis):
+def test_streams_give_the_same_bits_however_they_are_cut(axis):
     model = tavrin.Model(tavrin.models()["centre"].read_bytes(), threads=1)
     with tavrin.Separator(model, stems=["centre"]) as separator:
         for seed in 1, 2:
@@ -72,7 +65,7 @@ def test_streams_give_the_same_bits_however_they_are_cut(whole, axis):
                 parts.append(separator.process(block))
                 assert parts[-1]["rest"].shape[axis] == expected and separator.pending <= separator.latency_samples
             parts.append(separator.finish())
-            for name, part in whole.items():
+            for name, part in WHOLE.items():
                 joined = numpy.concatenate([part[name] for part in parts], axis=axis)
                 assert numpy.array_equal(joined, part.T if axis else part)
             with pytest.raises(RuntimeError):
@@ -93,10 +86,9 @@ def test_stems_are_chosen_by_name_and_latency_in_seconds():
     assert six.provider in tavrin.providers() and len(six.stems) == 6 and six.context == 1 and not six.title
 
 
-REFUSALS = [
+@pytest.mark.parametrize("call, error, words", [
     (lambda m: tavrin.separate(m, NOISE.astype("float64")), TypeError, "float64.*astype"),
     (lambda m: tavrin.separate(m, NOISE.astype(">f4")), TypeError, ">f4"),
-    (lambda m: tavrin.separate(m, (NOISE * 9).astype("int16")), TypeError, "int16"),
     (lambda m: tavrin.separate(m, NOISE[:, 0]), ValueError, r"\[300000\].*stereo"),
     (lambda m: tavrin.separate(m, NOISE[None]), ValueError, r"\[1, 300000, 2\]"),
     (lambda m: tavrin.Separator(m, stems=["kazoo"]), ValueError, "kazoo"),
@@ -108,17 +100,14 @@ REFUSALS = [
     (lambda m: pickle.dumps(m), TypeError, "load it from its file"),
     (lambda m: pickle.dumps(tavrin.Separator(m)), TypeError, "middle of a stream"),
     (lambda m: tavrin.separate(tavrin.Model(MODELS / "failing.onnx"), NOISE), RuntimeError, "out of data bounds"),
-]
-
-
-@pytest.mark.parametrize("call, error, words", REFUSALS)
-def test_errors_name_what_is_wrong(centre, call, error, words):
+])
+def test_errors_name_what_is_wrong(call, error, words):
     with pytest.raises(error, match=words):
-        call(centre)
+        call(CENTRE)
 
 
-def test_a_stream_keeps_its_shape_until_it_is_reset(centre):
-    separator = tavrin.Separator(centre)
+def test_a_stream_keeps_its_shape_until_it_is_reset():
+    separator = tavrin.Separator(CENTRE)
     separator.process(NOISE)
     with pytest.raises(ValueError, match=r"\[2, 300000\].*\[n, 2\]"):
         separator.process(NOISE.T)
@@ -129,73 +118,49 @@ def test_a_stream_keeps_its_shape_until_it_is_reset(centre):
         separator.finish()
 
 
-def test_threads_share_a_model_but_not_a_separator(centre, whole):
-    results, errors, shared = [], [], tavrin.Separator(centre)
+def test_threads_share_a_model_but_not_a_separator():
+    errors, shared = [], tavrin.Separator(CENTRE)
 
-    def work():
-        results.append(tavrin.separate(centre, NOISE))
+    def work(_):
         for _ in range(20):
             try:
                 shared.process(NOISE)
             except RuntimeError as error:
                 errors.append(str(error))
+        return tavrin.separate(CENTRE, NOISE)["rest"]
 
-    threads = [threading.Thread(target=work) for _ in range(3)]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    assert all(numpy.array_equal(result["rest"], whole["rest"]) for result in results) and len(results) == 3
+    with concurrent.futures.ThreadPoolExecutor(3) as threads:
+        assert all(numpy.array_equal(rest, WHOLE["rest"]) for rest in threads.map(work, range(3)))
     assert errors and all("another thread" in error for error in errors)
 
 
-def test_other_threads_run_during_a_call(centre):
-    ticks, ended = [], threading.Event()
-
-    def tick():
-        while not ended.wait(0.001):
-            ticks.append(time.monotonic())
-
-    thread = threading.Thread(target=tick)
-    thread.start()
-    start = time.monotonic()
-    tavrin.Separator(centre, rest=False).process(numpy.zeros((4_000_000, 2), "float32"))
-    duration = time.monotonic() - start
-    ended.set()
-    thread.join()
-    longest_pause = max(b - a for a, b in zip([start, *ticks], ticks))
-    assert longest_pause < duration / 2  # with the interpreter's lock held, all of it
+def test_other_threads_run_during_a_call():
+    silence, struck, start = numpy.zeros((4_000_000, 2), "float32"), [], time.monotonic()
+    threading.Timer(0.01, lambda: struck.append(time.monotonic())).start()
+    tavrin.Separator(CENTRE, rest=False).process(silence)
+    assert struck[0] - start < (time.monotonic() - start) / 2  # with the interpreter's lock held, after it
 
 
-def test_control_c_stops_a_long_separation(centre):
-    struck = []
-
-    def strike():
-        struck.append(time.monotonic())
-        signal.raise_signal(signal.SIGINT)
-
-    threading.Timer(0.3, strike).start()
+def test_control_c_stops_a_long_separation():
+    silence, start = numpy.zeros((200_000_000, 2), "float32"), time.monotonic()
+    threading.Timer(0.3, signal.raise_signal, [signal.SIGINT]).start()
     with pytest.raises(KeyboardInterrupt):
-        tavrin.separate(centre, numpy.zeros((200_000_000, 2), "float32"), rest=False)
-    assert time.monotonic() - struck[0] < 1
+        tavrin.separate(CENTRE, silence, rest=False)
+    assert time.monotonic() - start < 1.3
 
 
 def test_memory_is_flat_over_an_hour():
-    def resident():
-        return int(Path("/proc/self/statm").read_text().split()[1]) * os.sysconf("SC_PAGE_SIZE")
-
     separator = tavrin.Separator(tavrin.Model(MODELS / "passthrough.onnx"), rest=False)
-    second, after_a_minute = numpy.zeros((44100, 2), "float32"), 0
+    second, pages = numpy.zeros((44100, 2), "float32"), []
     for k in range(3600):
         separator.process(second)
-        after_a_minute = after_a_minute or (resident() if k == 60 else 0)
-    assert resident() - after_a_minute < 2 << 20
+        pages.append(int(Path("/proc/self/statm").read_text().split()[1]))  # that are resident
+    assert (pages[-1] - pages[60]) * os.sysconf("SC_PAGE_SIZE") < 2 << 20
 
 
 def test_the_package_says_where_the_command_is(tmp_path):
     command = tmp_path / "tavrin-separate"
-    command.write_text("")
-    command.chmod(0o755)
+    command.touch(0o755)
     for path, code in (tmp_path, 0), (tmp_path / "nowhere", 1):
         ran = subprocess.run([sys.executable, "-m", "tavrin"], env={**os.environ, "PATH": str(path)}, text=True,
                              stdout=subprocess.PIPE)

@@ -9,7 +9,7 @@ static const char* outcome(const std::string& file) {
     const std::vector<std::uint8_t> bytes(std::istreambuf_iterator<char>(stream), {});
     const char* failure = "is refused";
     try {
-        const tavrin::Model model = load(bytes);
+        const tavrin::Model model = modelOf(bytes);
         failure = "throws";
         return separate(model, std::vector<float>(2 * 1000, 0.5f), {{model.info().stems.back()}, true}), "works";
     } catch (const std::runtime_error&) {

@@ -5,7 +5,7 @@
 #include "stress/stress.h"
 
 int main(int, char** argv) {
-    tavrin::Separator separator(load(modelBytes("passthrough.onnx")), {{}, true});
+    tavrin::Separator separator(modelOf(modelBytes("passthrough.onnx")), {{}, true});
     const auto block = noise(2 * 4410, 1);  // a tenth of a second
     size_t in = 0, out = 0;
     rusage early{}, late{};

@@ -9,26 +9,23 @@
 
 #include "inference/inference.h"
 
-/// Passes the spectrum through, or does what it is given instead, and counts its calls.
-class FakeInference : public IInference {
-public:
+/// Floats of a tensor.
+inline size_t sizeOf(const Shape& shape) { return shape.batch * shape.channels * shape.frames * shape.bins; }
+
+/// Passes the spectrum through, or does what it is given instead.
+struct FakeInference : IInference {
     using Model = std::function<bool(const float* input, const std::vector<float*>& outputs, const Shape& shape)>;
 
-    explicit FakeInference(Model model = passThrough) : _model(std::move(model)) {}
+    explicit FakeInference(Model does = passThrough) : model(std::move(does)) {}
 
     bool run(const float* input, std::vector<float*> outputs, const Shape& shape) override {
-        ++calls;
-        return _model(input, outputs, shape);
+        return model(input, outputs, shape);
     }
 
     static bool passThrough(const float* input, const std::vector<float*>& outputs, const Shape& shape) {
-        for (float* output : outputs)
-            std::copy_n(input, shape.batch * shape.channels * shape.frames * shape.bins, output);
+        for (float* output : outputs) std::copy_n(input, sizeOf(shape), output);
         return true;
     }
 
-    int calls = 0;
-
-private:
-    Model _model;
+    Model model;
 };

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <algorithm>
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -12,22 +11,14 @@
 #include "api/model.h"
 #include "inference/spectral_model.h"
 
-/// Does what it is given, and counts its calls.
-class FakeSpectralModel : public tavrin::ISpectralModel {
-public:
+/// Does what it is given.
+struct FakeSpectralModel : tavrin::ISpectralModel {
     using Model = std::function<void(const float* input, float* const* outputs)>;
 
-    explicit FakeSpectralModel(Model model) : _model(std::move(model)) {}
+    explicit FakeSpectralModel(Model does) : model(std::move(does)) {}
+    void run(const float* input, float* const* outputs) override { model(input, outputs); }
 
-    void run(const float* input, float* const* outputs) override {
-        ++calls;
-        _model(input, outputs);
-    }
-
-    std::atomic<int> calls = 0;
-
-private:
-    Model _model;
+    Model model;
 };
 
 /// Copies what it is given to every stem that is wanted: a model without a state, for any number of threads.
@@ -40,15 +31,11 @@ inline FakeSpectralModel::Model passOn(size_t stems, size_t size) {
 
 /// The handle of a fake with stems "a", "b", … and the given geometry; all its bins are seen.
 inline tavrin::Model fakeModel(FakeSpectralModel::Model does, size_t stems, size_t frameLength, size_t hop,
-                               size_t frames, const char* window = "blackman") {
+                               size_t frames) {
     tavrin::ModelInfo info;
     for (size_t s = 0; s < stems; ++s) info.stems.emplace_back(1, char('a' + s));
-    info.sampleRate = 48000;
-    info.frameLength = frameLength;
-    info.hop = hop;
-    info.window = window;
-    info.frames = frames;
-    info.bins = frameLength / 2;
-    info.context = 2;
+    info.sampleRate = 48000, info.window = "blackman";
+    info.frameLength = frameLength, info.hop = hop;
+    info.frames = frames, info.bins = frameLength / 2, info.context = 2;
     return tavrin::ModelAccess::handleOf(std::make_unique<FakeSpectralModel>(std::move(does)), info);
 }

@@ -18,22 +18,21 @@ inline std::vector<double> separatePlainly(const std::vector<float>& song, const
                                            const std::function<PlainSpectra(const PlainSpectra&)>& model) {
     const size_t length = song.size() / 2, frame = plan.window.size();
     if (length == 0) return {};
-    // Sample k of the song is k + frame of the mirrored one.
     const size_t total = (length + plan.hop - 1) / plan.hop * plan.hop + 2 * frame;
     std::vector<std::complex<double>> turns;
     for (size_t i = 0; i < frame; ++i)
         turns.push_back(std::polar(1.0, 2.0 * 3.141592653589793 * double(i) / double(frame)));
     PlainSpectra spectra(2);
     for (size_t c = 0; c < 2; ++c) {
-        std::vector<double> mirrored(total);
-        for (size_t k = 0; k + frame < total; ++k)
-            if (k < 2 * length - 1) mirrored[k + frame] = double(song[c * length + std::min(k, 2 * (length - 1) - k)]);
-        for (size_t k = 1; k <= frame; ++k) mirrored[frame - k] = mirrored[frame + k];
+        const auto mirrored = [&](size_t position) {  // sample k of the song is k + frame of the mirrored one
+            const size_t k = std::max(position, frame) - std::min(position, frame);
+            return k < 2 * length - 1 ? double(song[c * length + std::min(k, 2 * (length - 1) - k)]) : 0.0;
+        };
         for (size_t start = 0; start + frame <= total; start += plan.hop) {
             auto& spectrum = spectra[c].emplace_back(plan.bins);
             for (size_t k = 0; k < plan.bins; ++k)
                 for (size_t i = 0; i < frame; ++i)
-                    spectrum[k] += double(plan.window[i]) * mirrored[start + i] * std::conj(turns[i * k % frame]);
+                    spectrum[k] += double(plan.window[i]) * mirrored(start + i) * std::conj(turns[i * k % frame]);
         }
     }
     std::vector<double> result;

