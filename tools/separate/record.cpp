@@ -31,10 +31,7 @@ Json fileRecord(const fs::path& file) {
 
 std::string listFiles(const SongReport& report) {
     std::string names;
-    for (const PartReport& part : report.parts) {
-        const std::string name = part.file.empty() ? "standard output" : part.file.string();
-        names += (names.empty() ? "" : ", ") + name;
-    }
+    for (const PartReport& part : report.parts) names += (names.empty() ? "" : ", ") + part.label();
     return report.picture.empty() ? names : names + ", " + report.picture.string();
 }
 

@@ -21,6 +21,8 @@ struct PartReport {
     std::filesystem::path file;  ///< empty: standard output
     float peak = 0;              ///< largest magnitude as separated; 1 is full scale
     std::int64_t clipped = 0;    ///< samples that were set to full scale
+
+    std::string label() const { return file.empty() ? "standard output" : file.string(); }  ///< for messages
 };
 
 struct SongReport {

@@ -8,7 +8,6 @@
 #include <set>
 #include <system_error>
 
-#include "audio/audio_error.h"
 #include "common/messages.h"
 #include "separate/digest.h"
 #include "separate/results.h"
@@ -18,14 +17,8 @@ namespace tavrin::tool {
 namespace {
 
 AudioReader openSong(const InputOptions& options, const Song& song) {
-    AudioInput input;
-    input.place.path = song.file;
-    input.place.name = song.label();
-    if (song.isPipe) input.place.descriptor = STDIN_FILENO;
-    input.raw = options.raw;
-    input.start = options.start;
-    input.duration = options.duration;
-    return AudioReader(input);
+    const AudioPlace place{song.file, song.isPipe ? STDIN_FILENO : -1, song.label()};
+    return AudioReader({place, options.raw, options.start, options.duration});
 }
 
 // Of the samples that would be separated.
@@ -120,17 +113,6 @@ void separate(const Options& options, const LoadedModels& models, const Targets&
     for (const std::string& message : reader.messages()) say(report.song.label() + ": " + message);
 }
 
-ExitCode codeOf(AudioError::Kind kind) {
-    switch (kind) {
-        case AudioError::Kind::unreadable:
-            return ExitCode::inputUnreadable;
-        case AudioError::Kind::startBeyondEnd:
-            return ExitCode::wrongUsage;
-        default:
-            return ExitCode::writeFailed;
-    }
-}
-
 }  // namespace
 
 SongReport separateSong(const Options& options, const LoadedModels& models, const Song& song, Progress& progress) {
@@ -147,10 +129,8 @@ SongReport separateSong(const Options& options, const LoadedModels& models, cons
         report.wanted = wantedRecord(options, models, song);
         if (!isUpToDate(options, targets, report)) separate(options, models, targets, bar, report);
     } catch (const Failure& failure) {
+        if (failure.code() == ExitCode::done) throw;  // readerGone()
         failed(failure.code(), failure.what());
-    } catch (const AudioError& error) {
-        if (error.kind() == AudioError::Kind::readerGone) throw readerGone();
-        failed(codeOf(error.kind()), error.what());
     } catch (const std::bad_alloc& error) {
         failed(ExitCode::outOfResources, song.label() + ": " + resourceFailure(error).what());
     } catch (const std::system_error& error) {
