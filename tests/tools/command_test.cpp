@@ -60,6 +60,7 @@ void expectParts(const std::vector<std::pair<std::string, double>>& gains, const
         const Sound stem = soundIn(files.back());
         ASSERT_FALSE(stem.isReported()) << name << stem.refusal;
         EXPECT_EQ(stem.reader->rate(), rate);
+        EXPECT_EQ(stem.reader->channels(), channels);
         EXPECT_EQ(stem.tag("title"), "Tune (" + name + ")");
         // A shift by one sample would be 0.01 · gain or more. A resampler may ring where the tone begins and ends.
         const auto margin = static_cast<std::size_t>(rate) / 20;

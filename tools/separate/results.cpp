@@ -56,6 +56,7 @@ void Results::openPart(const Target& target, const Song& source, const AudioRead
     output.format = _options.format;
     output.quality = _options.quality;
     output.rate = song.rate();
+    output.channels = song.channels();
     output.tags = song.tags();
     std::string& title = output.tags["title"];
     title = (title.empty() ? source.name() : title) + " (" + target.name + ")";
@@ -67,7 +68,7 @@ void Results::openPart(const Target& target, const Song& source, const AudioRead
         waiting = makeScratchFile(target.file.parent_path());
         if (!waiting) throw writeFailure(target.file, std::strerror(errno));
     }
-    _parts.push_back({target.part, std::move(report), std::move(file),
+    _parts.push_back({target.part, song.channels(), std::move(report), std::move(file),
                       std::make_unique<AudioWriter>(output), std::move(waiting)});
 }
 
@@ -89,7 +90,7 @@ void Results::write(Part& part, std::vector<float> samples) {
         part.report.peak = std::max(part.report.peak, std::abs(sample));
         if (!isClamped || std::abs(sample) <= 1) continue;
         sample = std::copysign(1.0F, sample);
-        ++part.report.clipped;
+        if (part.channels == 2 || i % 2 == 0) ++part.report.clipped;
     }
     if (part.waiting) {
         if (std::fwrite(samples.data(), sizeof(float), samples.size(), part.waiting.get()) != samples.size())

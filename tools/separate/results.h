@@ -22,7 +22,7 @@ namespace tavrin::tool {
 /// The results of one song: its stems, the rest, and a picture of them.
 class Results {
 public:
-    /// @param song gives rate, tags and cover. @throws Failure with ExitCode::wrongUsage when a result would
+    /// @param song gives rate, channels, tags and cover. @throws Failure with ExitCode::wrongUsage when a result would
     /// replace the song itself; as the other members, with ExitCode::writeFailed.
     Results(const OutputOptions& options, const Song& source, const Targets& targets, const AudioReader& song,
             double start);
@@ -37,6 +37,7 @@ public:
 private:
     struct Part {
         std::size_t place;                 // among the parts that Separation returns
+        int channels;                      // of the file
         PartReport report;                 // so far
         std::unique_ptr<HiddenFile> file;  // none: standard output
         std::unique_ptr<AudioWriter> writer;
