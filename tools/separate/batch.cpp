@@ -25,7 +25,7 @@ public:
         : _options(options),
           _models(models),
           _songs(songs),
-          _progress(songs.size(), options.verbosity != Verbosity::quiet && !options.output.toStandardOutput) {
+          _progress(songs.size(), !options.quiet && !options.output.toStandardOutput) {
         prepareLastWords();
     }
 
@@ -44,7 +44,7 @@ public:
 
     ExitCode conclude() const {
         const bool several = _songs.size() > 1;
-        if (several && _options.verbosity != Verbosity::quiet) {
+        if (several && !_options.quiet) {
             say(std::to_string(_songs.size()) + " songs: " + std::to_string(_done) + " separated, " +
                 std::to_string(_skipped) + " skipped, " + std::to_string(_failures.size()) + " failed");
         }
@@ -78,7 +78,7 @@ private:
             if (std::fflush(stdout) != 0) throw readerGone();
         }
         for (const std::string& warning : report.warnings) say("warning: " + warning);
-        if (_options.verbosity == Verbosity::quiet) return;
+        if (_options.quiet) return;
         // The message of a single song comes at the end.
         if (report.status != SongReport::Status::failed || _songs.size() > 1) say(describe(report));
     }

@@ -34,7 +34,7 @@ void printList(const std::vector<std::string>& words) {
 
 ExitCode separate(const Options& options) {
     static SpokenLog log;  // as plog's logger, until the process ends
-    if (options.verbosity == Verbosity::verbose) plog::init(plog::info, &log);
+    if (options.verbose) plog::init(plog::info, &log);
     if (options.listProviders) {
         printList(availableProviders());
         return ExitCode::done;

@@ -16,8 +16,6 @@ namespace tavrin::tool {
 /// Stands for standard input among the songs, and for standard output as the folder.
 inline constexpr const char* pipeSign = "-";
 
-enum class Verbosity { quiet, normal, verbose };
-
 enum class ClipPolicy {
     none,     ///< samples stay as they are; a format that cannot hold them is refused
     clamp,    ///< samples beyond full scale are set to full scale
@@ -66,7 +64,8 @@ struct Options {
     bool overwrite = false;
     int jobs = 1;  ///< songs at a time
     bool json = false;
-    Verbosity verbosity = Verbosity::normal;
+    bool quiet = false;
+    bool verbose = false;
     bool listStems = false;
     bool listProviders = false;
 };

@@ -109,7 +109,7 @@ void separate(const Options& options, const LoadedModels& models, const Targets&
     results.publish(report);
     report.status = SongReport::Status::done;
     if (!targets.record.empty()) writeRecord(report, targets.record);
-    if (options.verbosity != Verbosity::verbose) return;
+    if (!options.verbose) return;
     for (const std::string& message : reader.messages()) say(report.song.label() + ": " + message);
 }
 
