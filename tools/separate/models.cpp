@@ -8,8 +8,7 @@
 #include <utility>
 
 #include "common/failure.h"
-#include "common/input_file.h"
-#include "common/model_folders.h"
+#include "common/model_file.h"
 #include "separate/digest.h"
 
 namespace tavrin::tool {

@@ -11,7 +11,7 @@
 
 #include "common/failure.h"
 #include "common/help.h"
-#include "common/model_key.h"
+#include "common/model_file.h"
 #include "separate/names.h"
 
 namespace tavrin::tool {
