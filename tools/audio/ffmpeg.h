@@ -5,6 +5,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/hash.h>
 #include <libavutil/opt.h>
 #include <libswresample/swresample.h>
 }
