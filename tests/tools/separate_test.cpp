@@ -70,7 +70,7 @@ TEST(Names, followTheTemplateAndStayInTheFolder) {
     EXPECT_TRUE(files("{song}-{stem}.{ext}", one, "a\x1b[2J\n.wav").starts_with("o/a_[2J_-centre.wav "));
     EXPECT_TRUE(files("{song}-{stem}.{ext}", one, "{stem}.wav").starts_with("o/{stem}-centre.wav "));
     EXPECT_EQ(asFileName("../etc/pass\nwd"), ".._etc_pass_wd");
-    EXPECT_EQ(asFileName(".."), "_");
+    EXPECT_EQ(asFileName("..") + asFileName(""), "___");
 }
 
 TEST(Messages, reachTheTerminalWithoutControlsAndAreCutBetweenCharacters) {

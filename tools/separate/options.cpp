@@ -214,7 +214,7 @@ Options parseOptions(int argc, const char* const* argv) {
     output.wantStems = only != "rest";
     output.wantRest = only != "stem";
     output.record = !noRecord && !output.toStandardOutput;
-    requireUsableTemplate(output.name);
+    requireUsableTemplate(output);
     output.format = chooseFormat(format, options);
     checkQuality(output);
     const bool isFloat = output.format->hasHeadroom() && !output.format->isLossy;
