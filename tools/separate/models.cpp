@@ -56,16 +56,11 @@ public:
         _loaded.record = nlohmann::ordered_json::array();
         addStage(_choice.models);
         for (const std::string& name : _choice.then) addStage({name});
-        const std::string all = listed(_known, ", ");
         for (const std::string& name : _choice.stems) {
             const auto isIt = [&](const std::string& stem) { return isWanted(stem, {name}); };
             if (std::none_of(_known.begin(), _known.end(), isIt))
-                throw Failure(ExitCode::wrongUsage, std::string("--stems: \"")
-                                                        .append(name)
-                                                        .append("\" is no stem of ")
-                                                        .append(_loaded.label)
-                                                        .append(", which knows ")
-                                                        .append(all));
+                throw Failure(ExitCode::wrongUsage, "--stems: \"" + name + "\" is no stem of " + _loaded.label +
+                                                        ", which knows " + listed(_known, ", "));
         }
         std::erase_if(_loaded.stages, [](const Stage& stage) { return stage.stems.empty(); });
         Names& stems = _loaded.names.stems;
@@ -76,17 +71,25 @@ public:
 
 private:
     void addStage(const Names& models) {
-        Stage stage;
-        stage.latency = _choice.latency;
-        stage.context = _choice.context;
+        Stage stage{{}, {}, _choice.latency, _choice.context};
         for (const std::string& name : models) stage.models.push_back(loadModel(modelNamed(name)));
+        Names others = _known;
+        std::string shared;
         for (const std::string& stem : stemsOf(stage.models)) {
             const std::string name = stageName(stage, stem);
+            const bool isNew = std::erase(others, name) == 0;
+            if (isNew) others.push_back(name);
             _known.push_back(name);
             if (!isWanted(name, _choice.stems)) continue;
+            if (!isNew) shared = name;
             stage.stems.push_back(stem);
             _loaded.names.stems.push_back(name);
         }
+        if (!shared.empty())
+            throw Failure(ExitCode::wrongUsage,
+                          "--then " + models.front() + ": takes out \"" + shared +
+                              "\", and so does a model before it; to average both type --model " + models.front() +
+                              (others.empty() ? "" : ", to separate the other stems --stems " + listed(others, ",")));
         _loaded.stages.push_back(std::move(stage));
     }
 
