@@ -176,6 +176,8 @@ FormatHandle AudioReader::openContainer(bool withEdits) {
         av_dict_set_int(&options, "sample_rate", _input.raw->rate, 0);
         av_dict_set(&options, "ch_layout", (std::to_string(_input.raw->channels) + "c").c_str(), 0);
     }
+    // WMA's length is forgotten where the file's size contradicts its header.
+    if (_bytes.head().starts_with("\x30\x26\xB2\x75")) _bytes.hideSize();
     const int result = avformat_open_input(&format, _input.place.path.c_str(), kind, &options);
     av_dict_free(&options);
     if (result < 0) {
@@ -366,7 +368,10 @@ void AudioReader::convert(const std::uint8_t** data, int count) {
 std::int64_t AudioReader::claim() const {
     const bool isTold = _format->duration_estimation_method == AVFMT_DURATION_FROM_STREAM;
     if (!isTold || std::strcmp(_format->iformat->name, "ogg") == 0) return 0;
-    return std::max<std::int64_t>(0, _stream->duration);
+    if (_stream->duration > 0) return _stream->duration;
+    // FLV and Matroska know the length of all streams together: with a video, it may be that one's.
+    const bool isKnown = _format->nb_streams == 1 && _format->duration > 0;
+    return isKnown ? av_rescale_q(_format->duration, AV_TIME_BASE_Q, _stream->time_base) : 0;
 }
 
 // Takes what is wanted of decoded samples; of one channel, both sides get it.

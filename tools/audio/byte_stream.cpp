@@ -115,7 +115,7 @@ std::int64_t ByteStream::seek(std::int64_t offset, int whence) {
 // Not an error for a pipe: MP3 files then lose their length.
 std::int64_t ByteStream::size() const {
     struct stat status {};
-    return _isSeekable && fstat(_descriptor, &status) == 0 ? status.st_size - _origin : 0;
+    return _isSeekable && !_isSizeHidden && fstat(_descriptor, &status) == 0 ? status.st_size - _origin : 0;
 }
 
 void ByteStream::spool() {

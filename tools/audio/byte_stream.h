@@ -23,6 +23,7 @@ public:
     AVIOContext* context() { return _context.get(); }
     bool isSeekable() const { return _isSeekable; }
     std::int64_t size() const;  ///< bytes; 0 when it is not known
+    void hideSize() { _isSizeHidden = true; }
 
     /// The first bytes of an input, as many as have come, at most 64 KiB. They are still to be read.
     const std::string& head() const { return _head; }
@@ -52,6 +53,7 @@ private:
     FileHandle _spool{nullptr, std::fclose};
     int _descriptor;
     bool _isSeekable = false;
+    bool _isSizeHidden = false;
     std::int64_t _origin = 0;  // where in the file the stream begins
     int _error = 0;            // errno of the first failure
     std::string _head;

@@ -104,15 +104,23 @@ TEST_F(Audio, everyFormatKeepsLengthAndPlaceAtEveryRate) {
 
 // A song that ends too early must never pass for a whole one.
 TEST_F(Audio, everyTruncatedSongIsRefusedOrReported) {
-    const Samples song = chirp(44100, 30000);
-    for (const auto& [format, error] : errors) {
-        writeSound(output("whole", format), song);
+    constexpr AudioFormat::Quality kbits{32, 512, 256, "kbit/s"}, none{};
+    std::vector<AudioFormat> formats = {{"flv", "flv", "flv", "aac", 0, true, kbits, {}},
+                                        {"wma", "wma", "asf", "wmav2", 0, true, kbits, {}},
+                                        {"mka", "mka", "matroska", "aac", 0, true, kbits, {}},
+                                        {"aiff", "aiff", "aiff", "pcm_s16be", 16, false, none, {}},
+                                        {"caf", "caf", "caf", "pcm_s16be", 16, false, none, {}}};
+    for (const auto& [format, error] : errors) formats.push_back(*findAudioFormat(format));
+    for (const AudioFormat& format : formats) {
+        writeSound({.place = {.path = "whole"}, .format = &format}, chirp(44100, 30000));
+        const Samples whole = samplesOf("whole");
         const std::string bytes = contents("whole");
         for (std::size_t size = 0; size < bytes.size(); size += 1024) {
             writeBytes("cut", bytes.substr(0, size));
-            EXPECT_TRUE(soundIn("cut").isReported()) << format << " of " << size << " bytes";
+            const Sound cut = soundIn("cut");
+            EXPECT_TRUE(cut.isReported() || cut.samples == whole) << format.name << " of " << size << " bytes";
         }
-        EXPECT_TRUE(readPiped("head -c " + std::to_string(bytes.size() / 2) + " whole").isReported()) << format;
+        EXPECT_TRUE(readPiped("head -c " + std::to_string(bytes.size() / 2) + " whole").isReported()) << format.name;
     }
 }
 
@@ -260,14 +268,10 @@ TEST_F(Audio, whatIsNotASongIsRefusedWithAReason) {
     writeBytes("list.m3u8", "#EXTM3U\n#EXTINF:1,\nwide.wav\n");
     writeBytes("list.ffconcat", "ffconcat version 1.0\nfile wide.wav\n");
     fs::create_directory("folder");
-    const std::map<std::string, std::string> reasons = {
-        {"six.wav", "6 channels"},
-        {"empty.mp3", "empty"},
-        {"text.txt", "text.txt"},
-        {"list.m3u8", "list.m3u8"},
-        {"list.ffconcat", "list.ffconcat"},
-        {"folder", "directory"},
-        {"missing", "No such file"}};
+    const std::map<std::string, std::string> reasons = {{"six.wav", "6 channels"},          {"empty.mp3", "empty"},
+                                                        {"text.txt", "text.txt"},           {"list.m3u8", "list.m3u8"},
+                                                        {"list.ffconcat", "list.ffconcat"}, {"folder", "directory"},
+                                                        {"missing", "No such file"}};
     for (const auto& [file, reason] : reasons)
         EXPECT_NE(soundIn(file).refusal.find(reason), std::string::npos) << file << ": " << soundIn(file).refusal;
     expectError(ExitCode::wrongUsage, "too late", [] { AudioReader({.place = {.path = "wide.wav"}, .start = 1}); });
