@@ -11,8 +11,6 @@ namespace {
 
 constexpr std::size_t mostLines = 100;
 
-constexpr const char* brokenOff = "Packet corrupt";
-
 thread_local LibraryLog* currentLog = nullptr;
 
 }  // namespace
@@ -62,25 +60,22 @@ LibraryLog::Scope::~Scope() { currentLog = _outer; }
 
 void LibraryLog::receive(void* object, int level, const char* format, va_list arguments) {
     if (!currentLog || level > AV_LOG_WARNING) return;
+    LibraryLog& log = *currentLog;
     char text[1024];
     int withPrefix = 0;  // theirs has addresses in it
     av_log_format_line2(object, level, format, arguments, text, sizeof text, &withPrefix);
-    std::string& line = currentLog->_unfinished;
     const AVClass* who = object ? *static_cast<AVClass**>(object) : nullptr;
-    if (line.empty() && who) line = who->item_name(object) + std::string(": ");
-    line += text;
-    if (!line.ends_with('\n')) return;
+    if (log._unfinished.empty() && who) log._unfinished = who->item_name(object) + std::string(": ");
+    log._unfinished += text;
+    if (!log._unfinished.ends_with('\n')) return;
+    std::string line = std::exchange(log._unfinished, "");
     line.pop_back();
+    if (log._lines.size() < mostLines) log._lines.push_back(line);
     // A piece of a file that broke off is a mere warning to them.
-    const bool isError = level <= AV_LOG_ERROR || line.find(brokenOff) != std::string::npos;
-    currentLog->add(std::exchange(line, ""), isError);
-}
-
-void LibraryLog::add(const std::string& line, bool isError) {
-    if (_lines.size() < mostLines) _lines.push_back(line);
-    if (!isError) return;
-    ++_errors;
-    _lastError = line.find(brokenOff) == std::string::npos ? line : "part of the data is missing";
+    const bool isBrokenOff = line.find("Packet corrupt") != std::string::npos;
+    if (level > AV_LOG_ERROR && !isBrokenOff) return;
+    ++log._errors;
+    log._lastError = isBrokenOff ? "part of the data is missing" : line;
 }
 
 }  // namespace tavrin::tool

@@ -72,7 +72,6 @@ public:
 
 private:
     static void receive(void* object, int level, const char* format, va_list arguments);
-    void add(const std::string& line, bool isError);
 
     std::vector<std::string> _lines;
     std::string _unfinished;  // a line may come in several pieces

@@ -89,14 +89,11 @@ HiddenFile::~HiddenFile() {
     removeEmptyFolders();
 }
 
-void HiddenFile::write(const void* bytes, std::size_t count) {
-    const char* next = static_cast<const char*>(bytes);
-    while (count > 0) {
-        const ssize_t written = ::write(_descriptor, next, count);
-        if (written < 0 && errno == EINTR) continue;
+void HiddenFile::write(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(_descriptor, bytes.data(), bytes.size());
         if (written < 0) throw writeFailure(_target, std::strerror(errno));
-        next += written;
-        count -= static_cast<std::size_t>(written);
+        bytes.remove_prefix(static_cast<std::size_t>(written));
     }
 }
 

@@ -9,7 +9,6 @@
 #include <sstream>
 #include <system_error>
 
-#include "common/failure.h"
 #include "common/hidden_file.h"
 
 namespace tavrin::tool {
@@ -61,19 +60,18 @@ fs::path modelNamed(const std::string& name) {
                       ": there is no such file and no model of that name; tavrin-model list shows those that are here");
 }
 
-std::string readBytes(const fs::path& file) {
+std::string readBytes(const fs::path& file, ExitCode unreadable) {
     std::error_code error;
-    if (fs::is_directory(file, error))
-        throw Failure(ExitCode::inputUnreadable, file.string() + ": is a folder; name a file in it");
+    if (fs::is_directory(file, error)) throw Failure(unreadable, file.string() + ": is a folder; name a file in it");
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
-        throw Failure(ExitCode::inputUnreadable,
+        throw Failure(unreadable,
                       file.string() + ": cannot be read (" + std::strerror(errno) + "); check its name and rights");
     const std::uintmax_t size = fs::file_size(file, error);
     if (error) return {std::istreambuf_iterator<char>(stream), {}};  // a pipe, say
     std::string bytes(size, '\0');
     stream.read(bytes.data(), static_cast<std::streamsize>(size));
-    if (stream.bad()) throw Failure(ExitCode::inputUnreadable, file.string() + ": reading failed; check the disk");
+    if (stream.bad()) throw Failure(unreadable, file.string() + ": reading failed; check the disk");
     bytes.resize(static_cast<std::size_t>(stream.gcount()));
     return bytes;
 }
@@ -102,7 +100,7 @@ void scrambleFile(const fs::path& input, const fs::path& output, const fs::path&
     if (fs::exists(output, none) && !fs::is_regular_file(output, none))
         throw Failure(ExitCode::wrongUsage, output.string() + ": is no regular file; name another one with -o");
     HiddenFile target(output);
-    target.write(bytes.data(), bytes.size());
+    target.write(bytes);
     target.publish();
 }
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "common/failure.h"
+
 namespace tavrin::tool {
 
 /// The folders that are searched for models, the first match wins: those of the environment variable TAVRIN_MODELS
@@ -26,8 +28,8 @@ struct OtherModel {
 inline constexpr OtherModel otherModels[] = {
     {"vocals", "a trained network: the voice, and the band without it", "scripts/setup.sh vocals"}};
 
-/// All bytes of a file. @throws Failure with ExitCode::inputUnreadable, also for a folder.
-std::string readBytes(const std::filesystem::path& file);
+/// All bytes of a file. @throws Failure with the code, also for a folder.
+std::string readBytes(const std::filesystem::path& file, ExitCode unreadable = ExitCode::inputUnreadable);
 
 /// Reads a key: the bytes of the file, without a line end behind the last of them.
 /// @throws as readBytes(), also when nothing is left.

@@ -40,14 +40,6 @@ std::string listed(const Names& names, const char* between) {
     return list;
 }
 
-std::string readModel(const fs::path& file) {
-    try {
-        return readBytes(file);
-    } catch (const Failure& failure) {
-        throw Failure(ExitCode::modelUnusable, failure.what());
-    }
-}
-
 class Loader {
 public:
     explicit Loader(const ModelChoice& choice) : _choice(choice) {}
@@ -102,7 +94,7 @@ private:
     }
 
     Model loadModel(const fs::path& file) {
-        const std::string bytes = readModel(file);
+        const std::string bytes = readBytes(file, ExitCode::modelUnusable);
         Digest digest("SHA256");
         digest.add(bytes.data(), bytes.size());
         _files.push_back(asFileName(file.stem().string()));

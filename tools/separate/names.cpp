@@ -29,15 +29,10 @@ fs::path fileFor(const OutputOptions& output, const Song& song, const std::strin
         file.replace(at, word.size(), words.at(word));
         at += words.at(word).size();
     }
+    // What is no sound has an ending of its own, behind one that the template insists on.
+    const bool isSound = !output.format || extension == output.format->extension;
+    if (!isSound && output.name.find("{ext}") == std::string::npos) file += "." + extension;
     return output.folder / fs::path(file).lexically_normal();
-}
-
-// Of a file that is no sound: its ending comes behind one that the template insists on.
-fs::path sideFile(const OutputOptions& output, const Song& song, const std::string& stem, const std::string& part,
-                  const std::string& extension) {
-    fs::path file = fileFor(output, song, stem, part, extension);
-    if (output.name.find("{ext}") == std::string::npos) file += "." + extension;
-    return file;
 }
 
 }  // namespace
@@ -60,9 +55,8 @@ Targets targetsOf(const OutputOptions& output, const PartNames& names, const Son
     const std::size_t count = names.stems.size();
     for (std::size_t i = 0; output.wantStems && i < count; ++i) add(i, names.stems[i], names.stems[i]);
     if (output.wantRest) add(count, names.group + ".rest", "rest");
-    if (output.spectrogram)
-        targets.picture = sideFile(output, song, names.group + ".spectrogram", "spectrogram", "png");
-    if (output.record) targets.record = sideFile(output, song, names.group, names.group, recordExtension);
+    if (output.spectrogram) targets.picture = fileFor(output, song, names.group + ".spectrogram", "spectrogram", "png");
+    if (output.record) targets.record = fileFor(output, song, names.group, names.group, recordExtension);
     return targets;
 }
 

@@ -79,8 +79,7 @@ void warnAboutLeftovers(const nlohmann::ordered_json& earlier, const Targets& ta
 
 void writeRecord(const SongReport& report, const std::filesystem::path& target) {
     HiddenFile file(target);
-    const std::string text = asText(recordOf(report)) + "\n";
-    file.write(text.data(), text.size());
+    file.write(asText(recordOf(report)) + "\n");
     file.publish();
 }
 
@@ -138,8 +137,6 @@ SongReport separateSong(const Options& options, const LoadedModels& models, cons
     } catch (const std::runtime_error& error) {
         failed(ExitCode::modelUnusable,
                song.label() + ": " + models.label + ": " + error.what() + "; choose another model with --model");
-    } catch (const std::exception& error) {
-        failed(ExitCode::outOfResources, song.label() + ": " + error.what() + "; this is a fault of tavrin-separate");
     }
     return report;
 }

@@ -234,7 +234,7 @@ void SpectrogramPicture::writeTo(HiddenFile& file) {
     drawScale(canvas.get());
     const auto write = [](void* to, const unsigned char* bytes, unsigned count) {
         try {
-            static_cast<HiddenFile*>(to)->write(bytes, count);
+            static_cast<HiddenFile*>(to)->write({reinterpret_cast<const char*>(bytes), count});
             return CAIRO_STATUS_SUCCESS;
         } catch (const Failure&) {
             return CAIRO_STATUS_WRITE_ERROR;
