@@ -99,16 +99,14 @@ void HiddenFile::write(std::string_view bytes) {
 
 void HiddenFile::publish(const std::vector<HiddenFile*>& files) {
     const std::lock_guard lock(turn);
-    for (HiddenFile* file : files) file->rename();
-}
-
-void HiddenFile::rename() {
-    std::error_code error;
-    fs::rename(_hidden, _target, error);
-    if (error) throw writeFailure(_target, error.message());
-    unfinished.erase(_hidden);
-    // Some file systems report a failed write only now.
-    if (close(std::exchange(_descriptor, -1)) != 0) throw writeFailure(_target, std::strerror(errno));
+    for (HiddenFile* file : files) {
+        std::error_code error;
+        fs::rename(file->_hidden, file->_target, error);
+        if (error) throw writeFailure(file->_target, error.message());
+        unfinished.erase(file->_hidden);
+        // Some file systems report a failed write only now.
+        if (close(std::exchange(file->_descriptor, -1)) != 0) throw writeFailure(file->_target, std::strerror(errno));
+    }
 }
 
 void HiddenFile::removeAll() {

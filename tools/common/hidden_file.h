@@ -36,8 +36,6 @@ public:
     static void removeAll();
 
 private:
-    void rename();
-
     std::filesystem::path _target;
     std::filesystem::path _hidden;
     int _descriptor = -1;

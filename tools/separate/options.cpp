@@ -106,7 +106,7 @@ double parseTime(const std::string& option, const std::string& text) {
 
 Options parseOptions(int argc, const char* const* argv) {
     Options options;
-    InputOptions& input = options.input;
+    AudioInput& input = options.input;
     ModelChoice& model = options.model;
     OutputOptions& output = options.output;
     std::string folder, only, format, clip, keyFile;

@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <system_error>
 #include <utility>
 
 #include "common/failure.h"
@@ -15,17 +14,6 @@
 namespace tavrin::tool {
 
 namespace {
-
-namespace fs = std::filesystem;
-
-std::unique_ptr<HiddenFile> openFile(const fs::path& target, const Song& source) {
-    std::error_code none;
-    if (fs::equivalent(target, source.file, none)) {
-        throw Failure(ExitCode::wrongUsage,
-                      target.string() + ": would replace the song itself; choose another folder with -o");
-    }
-    return std::make_unique<HiddenFile>(target);
-}
 
 std::string decibels(float peak) {
     char text[40];
@@ -40,7 +28,7 @@ Results::Results(const OutputOptions& options, const Song& source, const Targets
     : _options(options) {
     for (const Target& target : targets.parts) openPart(target, source, song);
     if (targets.picture.empty()) return;
-    _pictureFile = openFile(targets.picture, source);
+    _pictureFile = std::make_unique<HiddenFile>(targets.picture);
     std::vector<std::string> names = {source.name()};
     for (const Target& target : targets.parts) names.push_back(target.name);
     _picture.emplace(std::move(names), song.rate(), start, options.linear);
@@ -48,7 +36,7 @@ Results::Results(const OutputOptions& options, const Song& source, const Targets
 
 void Results::openPart(const Target& target, const Song& source, const AudioReader& song) {
     std::unique_ptr<HiddenFile> file;
-    if (!_options.toStandardOutput) file = openFile(target.file, source);
+    if (!_options.toStandardOutput) file = std::make_unique<HiddenFile>(target.file);
     PartReport report{target.name, target.file};
     AudioOutput output;
     output.place.descriptor = file ? file->descriptor() : STDOUT_FILENO;

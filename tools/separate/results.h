@@ -22,8 +22,8 @@ namespace tavrin::tool {
 /// The results of one song: its stems, the rest, and a picture of them.
 class Results {
 public:
-    /// @param song gives rate, channels, tags and cover. @throws Failure with ExitCode::wrongUsage when a result would
-    /// replace the song itself; as the other members, with ExitCode::writeFailed.
+    /// @param song gives rate, channels, tags and cover. @throws Failure with ExitCode::writeFailed, as the
+    /// other members.
     Results(const OutputOptions& options, const Song& source, const Targets& targets, const AudioReader& song,
             double start);
 
