@@ -31,8 +31,7 @@ ssize_t waitFor(int descriptor, short event, Call call) {
 
 }  // namespace
 
-ByteStream::ByteStream(const AudioPlace& place, Direction direction)
-    : _place(place), _direction(direction), _descriptor(place.descriptor) {
+ByteStream::ByteStream(const AudioPlace& place, Direction direction) : _place(place), _descriptor(place.descriptor) {
     const bool isInput = direction == Direction::in;
     if (_descriptor < 0) {
         _file.reset(std::fopen(place.path.c_str(), isInput ? "rbe" : "wbe"));
@@ -119,7 +118,7 @@ std::int64_t ByteStream::size() const {
 }
 
 void ByteStream::spool() {
-    const bool isInput = _direction == Direction::in;
+    const bool isInput = _context->write_flag == 0;
     std::error_code none;
     _spool = makeScratchFile(std::filesystem::temp_directory_path(none));
     bool isKept = _spool != nullptr;

@@ -48,7 +48,6 @@ private:
     int fail();
 
     AudioPlace _place;
-    Direction _direction;
     FileHandle _file{nullptr, std::fclose};  // when there is only a path
     FileHandle _spool{nullptr, std::fclose};
     int _descriptor;

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <mutex>
 #include <set>
-#include <string>
 #include <system_error>
 #include <utility>
 

@@ -1,7 +1,6 @@
 #include "common/model_file.h"
 
 #include <cerrno>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -67,7 +66,7 @@ std::string readBytes(const fs::path& file, ExitCode unreadable) {
     if (!stream)
         throw Failure(unreadable,
                       file.string() + ": cannot be read (" + std::strerror(errno) + "); check its name and rights");
-    const std::uintmax_t size = fs::file_size(file, error);
+    const auto size = fs::file_size(file, error);
     if (error) return {std::istreambuf_iterator<char>(stream), {}};  // a pipe, say
     std::string bytes(size, '\0');
     stream.read(bytes.data(), static_cast<std::streamsize>(size));

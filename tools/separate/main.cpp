@@ -105,9 +105,9 @@ private:
     void prepareLastWords() const {
         if (_options.output.toStandardOutput) return setLastWords("interrupted");
         if (_songs.size() == 1) return;
-        setLastWords("interrupted; " + std::to_string(_done) + " of " + std::to_string(_songs.size()) +
-                     " songs were separated and nothing of the others was written; the same command goes on with "
-                     "those");
+        setLastWords(
+            "interrupted; " + std::to_string(_done) + " of " + std::to_string(_songs.size()) +
+            " songs were separated and nothing of the others was written; the same command goes on with those");
     }
 
     const Options& _options;

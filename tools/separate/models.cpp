@@ -101,10 +101,7 @@ private:
         _loaded.record.push_back({{"name", _files.back()}, {"sha256", digest.text()}});
         _loaded.label += (_loaded.label.empty() ? "" : ", ") + file.string();
         try {
-            ModelData data;
-            data.data = reinterpret_cast<const std::uint8_t*>(bytes.data());
-            data.size = bytes.size();
-            data.key = &_choice.key;
+            const ModelData data{reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), &_choice.key};
             ModelOptions options;
             if (!_choice.provider.empty()) options.providers = {_choice.provider};
             options.threads = _choice.threads;

@@ -1,7 +1,6 @@
 #include "separate/names.h"
 
 #include <map>
-#include <utility>
 
 #include "common/failure.h"
 

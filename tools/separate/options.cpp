@@ -3,8 +3,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <map>
 #include <sstream>
