@@ -285,7 +285,7 @@ TEST_F(Command, saysWhatWentWrongAndLeavesNothingBehind) {
         {1, "Abacus", "song.wav --device Abacus"},
         {1, "--latency", "song.wav --latency 0.01"},
         {1, "--start", "song.wav --start 1:00"},
-        {1, "type --model centre, to separate the other stems --stems vocals,",
+        {1, "type --model centre in its place to average both, or add --stems vocals,",
          "song.wav" + six + "--then centre --then centre"},
         {2, "text", "text"},
         {3, "--key-file", "song.wav --key-file key"},

@@ -78,10 +78,12 @@ private:
             _loaded.names.stems.push_back(name);
         }
         if (!shared.empty())
-            throw Failure(ExitCode::wrongUsage,
-                          "--then " + models.front() + ": takes out \"" + shared +
-                              "\", and so does a model before it; to average both type --model " + models.front() +
-                              (others.empty() ? "" : ", to separate the other stems --stems " + listed(others, ",")));
+            throw Failure(
+                ExitCode::wrongUsage,
+                "--then " + models.front() + ": takes out \"" + shared +
+                    "\", and so does a model before it; type --model " + models.front() +
+                    " in its place to average both" +
+                    (others.empty() ? "" : ", or add --stems " + listed(others, ",") + " for the other stems"));
         _loaded.stages.push_back(std::move(stage));
     }
 
