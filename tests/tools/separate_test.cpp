@@ -45,8 +45,8 @@ TEST(Options, chooseTheFormatByNameEndingOrPipe) {
     for (const auto& [words, format] : cases) EXPECT_STREQ(parsed(words).output.format->name, format) << words;
     for (const char* words :
          {"--name {stem}.flac --format wav", "--format wma", "--format mp3 --quality 320", "--format wav --quality 5",
-          "--name {artist}.{ext}", "--name {song}/", "--name ..", "--duration 0", "--jobs 0",
-          "--raw int16", "--rate 44100 --raw int17", "--quiet --verbose"})
+          "--name {artist}.{ext}", "--name {song}/", "--name ..", "--duration 0", "--jobs 0", "--raw int16",
+          "--rate 44100 --raw int17", "--quiet --verbose"})
         EXPECT_THROW(parsed(words), Failure) << words;
 }
 

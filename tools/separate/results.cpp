@@ -35,12 +35,18 @@ Results::Results(const OutputOptions& options, const Song& source, const Targets
 }
 
 void Results::openPart(const Target& target, const Song& source, const AudioReader& song) {
-    std::unique_ptr<HiddenFile> file;
-    if (!_options.toStandardOutput) file = std::make_unique<HiddenFile>(target.file);
-    PartReport report{target.name, target.file};
+    Part& part = _parts.emplace_back();
+    part.place = target.part;
+    part.channels = song.channels();
+    part.report = {target.name, target.file};
+    if (!_options.toStandardOutput) part.file = std::make_unique<HiddenFile>(target.file);
+    if (_options.clip == ClipPolicy::scaleAll) {
+        part.waiting = makeScratchFile(target.file.parent_path());
+        if (!part.waiting) throw writeFailure(target.file, std::strerror(errno));
+    }
     AudioOutput output;
-    output.place.descriptor = file ? file->descriptor() : STDOUT_FILENO;
-    output.place.name = report.label();
+    output.place.descriptor = part.file ? part.file->descriptor() : STDOUT_FILENO;
+    output.place.name = part.report.label();
     output.format = _options.format;
     output.quality = _options.quality;
     output.rate = song.rate();
@@ -51,13 +57,7 @@ void Results::openPart(const Target& target, const Song& source, const AudioRead
     output.picture = song.picture();
     // Opposite noise: stem and rest add up to the song.
     output.dither = target.name == "rest" ? -1 : 1 + static_cast<int>(target.part);
-    FileHandle waiting{nullptr, std::fclose};
-    if (_options.clip == ClipPolicy::scaleAll) {
-        waiting = makeScratchFile(target.file.parent_path());
-        if (!waiting) throw writeFailure(target.file, std::strerror(errno));
-    }
-    _parts.push_back({target.part, song.channels(), std::move(report), std::move(file),
-                      std::make_unique<AudioWriter>(output), std::move(waiting)});
+    part.writer = std::make_unique<AudioWriter>(output);
 }
 
 void Results::write(const Parts& parts) {

@@ -36,12 +36,12 @@ public:
 
 private:
     struct Part {
-        std::size_t place;                 // among the parts that Separation returns
-        int channels;                      // of the file
+        std::size_t place = 0;             // among the parts that Separation returns
+        int channels = 0;                  // of the file
         PartReport report;                 // so far
         std::unique_ptr<HiddenFile> file;  // none: standard output
         std::unique_ptr<AudioWriter> writer;
-        FileHandle waiting;  // samples for the gain of all parts
+        FileHandle waiting{nullptr, std::fclose};  // samples for the gain of all parts
     };
 
     void openPart(const Target& target, const Song& source, const AudioReader& song);
