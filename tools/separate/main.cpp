@@ -123,22 +123,18 @@ private:
     std::vector<SongReport> _failures;
 };
 
-void printList(const std::vector<std::string>& words) {
-    for (const std::string& word : words) std::puts(word.c_str());
-}
-
 ExitCode separate(const Options& options) {
     static SpokenLog log;  // as plog's logger, until the process ends
     if (options.verbose) plog::init(plog::info, &log);
     if (options.listProviders) {
-        printList(availableProviders());
+        for (const std::string& provider : availableProviders()) std::puts(provider.c_str());
         return ExitCode::done;
     }
     std::vector<std::string> warnings;
     const std::vector<Song> songs = listSongs(options.songs, options.output.folder, warnings);
     const LoadedModels models = loadModels(options.model);
     if (options.listStems) {
-        printList(models.names.stems);
+        for (const std::string& stem : models.names.stems) std::puts(stem.c_str());
         return ExitCode::done;
     }
     warnings.insert(warnings.end(), models.warnings.begin(), models.warnings.end());

@@ -210,8 +210,10 @@ void SpectrogramPicture::drawScale(cairo_t* canvas) const {
         return loudest + (quietest - loudest) * static_cast<float>(y) / (plotHeight - 1);
     };
     place(canvas, paint(width, plotHeight, decibels), left, top);
-    for (double value = loudest; value >= quietest; value -= 20) {
-        const double y = top + plotHeight * (value - loudest) / (quietest - loudest);
+    for (int i = 0; i <= 5; ++i) {
+        const double share = i / 5.0;
+        const double value = loudest + (quietest - loudest) * share;
+        const double y = top + share * plotHeight;
         drawLine(canvas, left + width, y, tick, 0);
         print(canvas, number(value), left + width + tick + 3, y, Side::left);
     }

@@ -87,8 +87,6 @@ public:
         }
     }
 
-    std::size_t stems() const { return _stems; }
-
     Parts run(const std::vector<float>& song, bool isEnd) {
         append(_song, song);
         std::size_t ready = _song.size();
@@ -133,10 +131,7 @@ private:
 };
 
 Separation::Separation(const std::vector<Stage>& stages, int songRate) {
-    for (const Stage& stage : stages) {
-        _waiting.resize(_waiting.size() + (_steps.empty() ? 0 : _steps.back()->stems()));
-        _steps.push_back(std::make_unique<Step>(stage, songRate));
-    }
+    for (const Stage& stage : stages) _steps.push_back(std::make_unique<Step>(stage, songRate));
 }
 
 Separation::~Separation() = default;
@@ -149,7 +144,10 @@ Parts Separation::run(std::vector<float> song, bool isEnd) {
     Parts last;  // of the stage that ran last: its stems and the rest
     std::size_t stem = 0;
     for (const std::unique_ptr<Step>& step : _steps) {
-        for (std::size_t s = 0; s + 1 < last.size(); ++s) append(_waiting[stem++], last[s]);
+        for (std::size_t s = 0; s + 1 < last.size(); ++s, ++stem) {
+            _waiting.resize(std::max(_waiting.size(), stem + 1));
+            append(_waiting[stem], last[s]);
+        }
         last = step->run(song, isEnd);
         song = last.back();
     }
