@@ -61,6 +61,7 @@ void Results::openPart(const Target& target, const Song& source, const AudioRead
 }
 
 void Results::write(const Parts& parts) {
+    if (parts.front().empty()) return;
     for (Part& part : _parts) write(part, parts[part.place]);
     if (!_picture) return;
     // All parts together are the song.
