@@ -9,11 +9,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "audio/audio_error.h"
 #include "audio/audio_reader.h"
 #include "audio/audio_writer.h"
 
@@ -55,30 +54,33 @@ inline AudioOutput output(const fs::path& file, const std::string& format, int r
     return {.place = {.path = file}, .format = findAudioFormat(format), .rate = rate, .channels = channels};
 }
 
-inline AudioWriter writeSound(const AudioOutput& target, const Samples& samples) {
+inline void writeSound(const AudioOutput& target, const Samples& samples) {
     AudioWriter writer(target);
     for (std::size_t i = 0; i < samples.size(); i += 6002)
         writer.write(std::span(samples).subspan(i, std::min<std::size_t>(6002, samples.size() - i)));
     writer.finish();
-    return writer;
 }
 
 struct Sound {
     Samples samples{};
-    std::optional<AudioReader> reader{};  // none when the song is refused
+    std::shared_ptr<AudioReader> reader{};  // none when the song is refused
     std::string refusal{};
 
+    std::string tag(const std::string& name) const {
+        const auto found = reader->tags().find(name);
+        return found == reader->tags().end() ? "" : found->second;
+    }
     bool isReported() const { return !reader || reader->isDamaged(); }
 };
 
 inline Sound readSound(const AudioInput& input) {
     Sound sound;
     try {
-        sound.reader.emplace(input);
+        sound.reader = std::make_shared<AudioReader>(input);
         for (Samples block = sound.reader->read(); !block.empty(); block = sound.reader->read())
             sound.samples.insert(sound.samples.end(), block.begin(), block.end());
-    } catch (const AudioError& refusal) {
-        EXPECT_EQ(refusal.kind(), AudioError::Kind::unreadable) << refusal.what();
+    } catch (const Failure& refusal) {
+        EXPECT_EQ(refusal.code(), ExitCode::inputUnreadable) << refusal.what();
         sound = {.refusal = refusal.what()};
     }
     return sound;

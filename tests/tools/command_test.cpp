@@ -60,7 +60,8 @@ void expectParts(const std::vector<std::pair<std::string, double>>& gains, const
         const Sound stem = soundIn(files.back());
         ASSERT_FALSE(stem.isReported()) << name << stem.refusal;
         EXPECT_EQ(stem.reader->rate(), rate);
-        EXPECT_EQ(tagText(stem.reader->tags(), "title"), "Tune (" + name + ")");
+        EXPECT_EQ(stem.reader->channels(), channels);
+        EXPECT_EQ(stem.tag("title"), "Tune (" + name + ")");
         // A shift by one sample would be 0.01 · gain or more. A resampler may ring where the tone begins and ends.
         const auto margin = static_cast<std::size_t>(rate) / 20;
         EXPECT_LT(largestDifference(stem.samples, song, gain, margin), 1e-4) << name << " " << rate;
@@ -284,6 +285,8 @@ TEST_F(Command, saysWhatWentWrongAndLeavesNothingBehind) {
         {1, "Abacus", "song.wav --device Abacus"},
         {1, "--latency", "song.wav --latency 0.01"},
         {1, "--start", "song.wav --start 1:00"},
+        {1, "type --model centre in its place to average both, or add --stems vocals,",
+         "song.wav" + six + "--then centre --then centre"},
         {2, "text", "text"},
         {3, "--key-file", "song.wav --key-file key"},
         {3, "failing.onnx: ", "song.wav --model " + models + "failing.onnx"},

@@ -26,6 +26,8 @@ struct AudioFormat {
     /// Whether samples beyond full scale survive in it.
     bool hasHeadroom() const { return bits == 0; }
     bool isOgg() const { return muxer == std::string_view("ogg") || muxer == std::string_view("opus"); }
+    /// Whether its first bytes are written last.
+    bool needsSeeking() const { return muxer == std::string_view("mp3") || muxer == std::string_view("ipod"); }
     /// The rate that a song of `rate` gets: its own, or the next higher one, or the highest.
     int rateFor(int rate) const;
 };

@@ -4,13 +4,14 @@
 
 #include <cstdint>
 #include <limits>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "audio/audio_place.h"
-#include "audio/tags.h"
+#include "audio/audio_file.h"
+#include "audio/byte_stream.h"
+#include "audio/ffmpeg.h"
+#include "common/failure.h"
 
 namespace tavrin::tool {
 
@@ -60,40 +61,99 @@ struct WrongLength {
 class AudioReader {
 public:
     /// Opens the song and leaves out what is before `start`.
-    /// @throws AudioError unreadable, startBeyondEnd, interrupted.
+    /// @throws Failure with ExitCode::inputUnreadable: no audio, an unknown kind of it, or more than two channels;
+    /// with ExitCode::wrongUsage when the song ends before `start`.
     explicit AudioReader(const AudioInput& input);
-    ~AudioReader();
-    AudioReader(AudioReader&&) noexcept;
-    AudioReader& operator=(AudioReader&&) noexcept;
 
-    int rate() const;      ///< samples per second
-    int channels() const;  ///< of the song: 1 or 2; read() gives two anyway
-    const Tags& tags() const;
-    const Picture& picture() const;
+    int rate() const { return _rate; }          ///< samples per second
+    int channels() const { return _channels; }  ///< of the song: 1 or 2; read() gives two anyway
+    const Tags& tags() const { return _tags; }
+    const Picture& picture() const { return _picture; }
 
-    /// Samples per channel of the wanted part, as announced; none when the song does not say. For MP3 and formats
-    /// without a header it is an estimate: only read() knows.
+    /// Samples per channel of the wanted part, as announced, in some formats roughly; none when the song does not say.
     std::optional<std::int64_t> length() const;
 
-    /// @return the next block, of a tenth of a second or so; an empty one at the end.
-    /// @throws AudioError interrupted. Damage is no exception: see damage().
+    /// @return the next block, of a tenth of a second or so; an empty one at the end. Damage is no exception.
     std::vector<float> read();
 
     // What came up so far; all of it is known when read() has returned an empty block.
 
     /// In the wanted part, in the order of time.
-    const std::vector<Damage>& damage() const;
+    const std::vector<Damage>& damage() const { return _damage; }
     /// Only told when the song was read to its end.
-    const std::optional<WrongLength>& wrongLength() const;
-    bool isDamaged() const { return !damage().empty() || wrongLength(); }
+    const std::optional<WrongLength>& wrongLength() const { return _wrongLength; }
+    bool isDamaged() const { return !_damage.empty() || _wrongLength; }
     /// How many samples were infinite or not a number. They are read as silence.
-    std::int64_t notFinite() const;
+    std::int64_t notFinite() const { return _notFinite; }
     /// What FFmpeg's libraries had to say, a line each, at most a hundred. May hold control characters from the song.
-    const std::vector<std::string>& messages() const;
+    const std::vector<std::string>& messages() const { return _log.lines(); }
 
 private:
-    class Implementation;
-    std::unique_ptr<Implementation> _implementation;
+    Failure unreadable(const std::string& reason, const std::string& nextStep) const;
+    FormatHandle openContainer(bool withEdits);
+    void open();
+    void openDecoder();
+    void takeTagsAndPicture();
+    void findLimit();
+
+    void decode();
+    void feed();
+    void take(const AVFrame& frame);
+    void fillGap(std::int64_t gap, const AVFrame& frame);
+    void prepareConverter(const AVFrame& frame);
+    void convert(const std::uint8_t** data, int count);
+    void append(const float* samples, std::int64_t count, int width);
+    void end();
+    bool failed(int result);
+    void note(double from, const std::string& reason);
+    std::int64_t claim() const;
+    double seconds(std::int64_t samples) const { return static_cast<double>(samples) / _rate; }
+    std::int64_t samples(std::int64_t ticks) const { return av_rescale_q(ticks, _stream->time_base, {1, _rate}); }
+
+    AudioInput _input;
+    std::string _name;
+    int _rate = 0;
+    int _channels = 0;
+    Tags _tags;
+    Picture _picture;
+    std::vector<Damage> _damage;
+    std::optional<WrongLength> _wrongLength;
+    std::int64_t _notFinite = 0;
+
+    LibraryLog _log;
+    ByteStream _bytes;
+    FormatHandle _format;
+    AVStream* _stream = nullptr;
+    CodecHandle _decoder;
+    PacketHandle _packet{allocated(av_packet_alloc())};
+    FrameHandle _frame{allocated(av_frame_alloc())};
+
+    ConverterHandle _converter;  // to floating point, and to the song's rate when that changes on the way
+    int _frameRate = 0;          // what the converter was made for
+    int _frameFormat = -1;
+    int _frameChannels = 0;
+
+    std::int64_t _trackTicks = 0;  // length of an MP4 track without its edit list
+
+    // Samples per channel, counted from the song's beginning.
+    static constexpr std::int64_t unlimited = std::numeric_limits<std::int64_t>::max();
+    std::int64_t _position = 0;  // next to be decoded
+    std::int64_t _from = 0;      // wanted part
+    std::int64_t _until = unlimited;
+    std::int64_t _limit = unlimited;  // what the container counts as song
+    std::vector<float> _ready;
+    bool _isOver = false;
+
+    std::int64_t _expected = AV_NOPTS_VALUE;  // time stamp of the next frame if nothing is missing
+    bool _hasFailed = false;                  // since the last frame
+    std::size_t _errorsSeen = 0;              // lines of the log
+    int _failedReads = 0;
+
+    // What comes, as the container counts it.
+    std::int64_t _ticks = 0;      // end of the last packet
+    std::int64_t _lastTicks = 0;  // of the last packet alone
+    std::int64_t _packetBytes = 0;
+    bool _isCutOff = false;  // the last packet
 };
 
 }  // namespace tavrin::tool

@@ -2,23 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <utility>
 
-#include "audio/audio_error.h"
-#include "audio/byte_stream.h"
-#include "audio/ffmpeg.h"
-#include "audio/resampler.h"
+extern "C" {
+#include <libavutil/base64.h>
+#include <libavutil/intreadwrite.h>
+}
 
 namespace tavrin::tool {
 
 namespace {
-
-constexpr int freeFrameSize = 4096;  // samples per channel, for encoders that take any number
-
-struct FreeFormat {
-    void operator()(AVFormatContext* format) const { avformat_free_context(format); }
-};
 
 AVSampleFormat sampleFormat(const AudioFormat& format) {
     if (format.bits == 16) return AV_SAMPLE_FMT_S16;
@@ -27,23 +19,22 @@ AVSampleFormat sampleFormat(const AudioFormat& format) {
     return encoder == "pcm_f32le" || encoder == "libopus" ? AV_SAMPLE_FMT_FLT : AV_SAMPLE_FMT_FLTP;
 }
 
-void appendNumber(std::string& bytes, std::size_t number) {
-    for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(number >> shift & 0xFF);
-}
-
 // As Ogg files have it: a FLAC picture block in letters, among the tags.
 std::string pictureTag(const Picture& picture) {
     std::string block;
-    appendNumber(block, 3);  // front cover
+    const auto append = [&](std::initializer_list<std::size_t> numbers) {
+        for (const std::size_t number : numbers) {
+            char bytes[4];
+            AV_WB32(bytes, static_cast<std::uint32_t>(number));
+            block.append(bytes, sizeof bytes);
+        }
+    };
     const std::string type = picture.codec == "png" ? "image/png" : "image/jpeg";
-    appendNumber(block, type.size());
+    append({3, type.size()});  // a front cover
     block += type;
-    appendNumber(block, 0);  // no description
-    appendNumber(block, static_cast<std::size_t>(picture.width));
-    appendNumber(block, static_cast<std::size_t>(picture.height));
-    appendNumber(block, 24);  // bits per pixel
-    appendNumber(block, 0);   // no palette
-    appendNumber(block, picture.bytes.size());
+    // No description, 24 bits per pixel, no palette.
+    append({0, static_cast<std::size_t>(picture.width), static_cast<std::size_t>(picture.height), 24, 0,
+            picture.bytes.size()});
     block.append(picture.bytes.begin(), picture.bytes.end());
     std::string text(AV_BASE64_SIZE(block.size()), '\0');
     av_base64_encode(text.data(), static_cast<int>(text.size()), reinterpret_cast<const std::uint8_t*>(block.data()),
@@ -51,102 +42,45 @@ std::string pictureTag(const Picture& picture) {
     return text.c_str();
 }
 
-// Triangular noise of one step to either side: rounding then adds a steady hiss instead of distortion. The same seed
-// gives the same noise, a negative one its opposite.
-class Dither {
-public:
-    explicit Dither(int seed)
-        : _sign(seed < 0   ? -1
-                : seed > 0 ? 1
-                           : 0),
-          _state(static_cast<std::uint32_t>(std::abs(seed))) {}
-    double next() { return _sign * (uniform() - uniform()); }
-
-private:
-    double uniform() {
-        _state = _state * 1664525 + 1013904223;
-        return _state / 4294967296.0;
-    }
-
-    int _sign;
-    std::uint32_t _state;
-};
+// From 0 to 1: the same numbers for the same state to begin with.
+double nextRandom(std::uint32_t& state) {
+    state = state * 1664525 + 1013904223;
+    return state / 4294967296.0;
+}
 
 }  // namespace
 
-class AudioWriter::Implementation {
-public:
-    explicit Implementation(const AudioOutput& output);
-
-    void write(std::span<const float> samples);
-    void finish();
-
-    LibraryLog log;
-    int rate;
-    double peak = 0;
-    std::int64_t clipped = 0;
-
-private:
-    AudioError unwritable(const std::string& reason, const std::string& nextStep) const;
-    void check(int result, const char* what);
-    void openEncoder();
-    void openFile();
-    void addPicture();
-    void writePicture();
-    void encode(std::size_t least);
-    void fill(AVFrame& frame, const float* samples);
-    void send(const AVFrame* frame);
-
-    AudioOutput _output;
-    const AudioFormat& _kind;
-    ByteStream _bytes;
-    std::unique_ptr<AVFormatContext, FreeFormat> _format;
-    CodecHandle _encoder;
-    AVStream* _stream = nullptr;
-    AVStream* _pictureStream = nullptr;
-    PacketHandle _packet{allocated(av_packet_alloc())};
-    Resampler _resampler;
-    Dither _dither;
-    std::vector<float> _waiting;  // stereo, for a whole frame
-    std::int64_t _encoded = 0;    // samples per channel
-    std::int64_t _packets = 0;
-};
-
-AudioWriter::Implementation::Implementation(const AudioOutput& output)
-    : rate(output.format->rateFor(output.rate)),
-      _output(output),
+AudioWriter::AudioWriter(const AudioOutput& output)
+    : _output(output),
       _kind(*output.format),
+      _rate(_kind.rateFor(output.rate)),
       _bytes(output.place, ByteStream::Direction::out),
-      _resampler(output.rate, rate),
-      _dither(output.dither) {
-    const LibraryLog::Scope scope(log);
-    const std::string muxer = _kind.muxer;
-    if (!_bytes.isSeekable() && (muxer == "mp3" || muxer == "ipod")) _bytes.spool();
+      _resampler(output.rate, _rate),
+      _noise(static_cast<std::uint32_t>(std::abs(output.dither))) {
+    const LibraryLog::Scope scope(_log);
+    if (!_bytes.isSeekable() && _kind.needsSeeking()) _bytes.spool();
     openEncoder();
     openFile();
 }
 
-AudioError AudioWriter::Implementation::unwritable(const std::string& reason, const std::string& nextStep) const {
-    return {AudioError::Kind::unwritable,
+Failure AudioWriter::unwritable(const std::string& reason, const std::string& nextStep) const {
+    return {ExitCode::writeFailed,
             _output.place.label() + ": cannot be written as " + _kind.name + " (" + reason + "); " + nextStep};
 }
 
-void AudioWriter::Implementation::check(int result, const char* what) {
+void AudioWriter::check(int result, const char* what) {
     _bytes.check();
     if (result >= 0) return;
-    const std::string& reason = log.lastError();
-    throw unwritable(std::string(what) + ": " + (reason.empty() ? errorText(result) : reason),
-                     "choose another --format");
+    const std::string& reason = _log.lastError();
+    throw unwritable(std::string(what) + ": " + (reason.empty() ? errorText(result) : reason));
 }
 
-void AudioWriter::Implementation::openEncoder() {
+void AudioWriter::openEncoder() {
     const AVCodec* codec = avcodec_find_encoder_by_name(_kind.encoder);
-    if (!codec) {
-        throw unwritable(std::string("this system's FFmpeg has no ") + _kind.encoder, "choose another --format");
-    }
+    if (!codec) throw unwritable(std::string("this system's FFmpeg has no ") + _kind.encoder);
     _encoder.reset(allocated(avcodec_alloc_context3(codec)));
-    _encoder->sample_rate = rate;
-    _encoder->time_base = {1, rate};
+    _encoder->sample_rate = _rate;
+    _encoder->time_base = {1, _rate};
     _encoder->sample_fmt = sampleFormat(_kind);
     if (_kind.bits == 24) _encoder->bits_per_raw_sample = 24;
     av_channel_layout_default(&_encoder->ch_layout, _output.channels);
@@ -168,7 +102,7 @@ void AudioWriter::Implementation::openEncoder() {
     }
 }
 
-void AudioWriter::Implementation::openFile() {
+void AudioWriter::openFile() {
     AVFormatContext* format = nullptr;
     const std::string ending = std::string(".") + _kind.extension;  // which the M4A muxer misses otherwise
     check(avformat_alloc_output_context2(&format, nullptr, _kind.muxer, ending.c_str()), "container");
@@ -178,6 +112,7 @@ void AudioWriter::Implementation::openFile() {
     if (!_bytes.isSeekable()) format->flags |= AVFMT_FLAG_FLUSH_PACKETS;
     if ((format->oformat->flags & AVFMT_GLOBALHEADER) != 0) _encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     check(avcodec_open2(_encoder.get(), nullptr, nullptr), "encoder");
+    if (_encoder->frame_size > 0) _frameSize = static_cast<std::size_t>(_encoder->frame_size);
     _stream = allocated(avformat_new_stream(format, nullptr));
     _stream->time_base = _encoder->time_base;
     check(avcodec_parameters_from_context(_stream->codecpar, _encoder.get()), "encoder");
@@ -187,33 +122,32 @@ void AudioWriter::Implementation::openFile() {
     // In a pipe the length is open, which says nothing about 4 GiB.
     if (_bytes.isSeekable()) av_dict_set(&options, "rf64", "auto", 0);
     // MP4 notes the length in these steps, milliseconds otherwise.
-    av_dict_set_int(&options, "movie_timescale", rate, 0);
+    av_dict_set_int(&options, "movie_timescale", _rate, 0);
     const int result = avformat_write_header(format, &options);
     av_dict_free(&options);
     check(result, "header");
     writePicture();
 }
 
-void AudioWriter::Implementation::addPicture() {
+void AudioWriter::addPicture() {
     const Picture& picture = _output.picture;
     const bool isKnown =
         (picture.codec == "png" || picture.codec == "mjpeg") && picture.width > 0 && picture.height > 0;
-    const std::string muxer = _kind.muxer;
     if (!isKnown) return;
     if (_kind.isOgg()) {
         av_dict_set(&_format->metadata, "METADATA_BLOCK_PICTURE", pictureTag(picture).c_str(), 0);
-    } else if (muxer == "mp3" || muxer == "ipod" || muxer == "flac") {
+    } else if (_kind.needsSeeking() || _kind.muxer == std::string_view("flac")) {
         _pictureStream = allocated(avformat_new_stream(_format.get(), nullptr));
         _pictureStream->disposition = AV_DISPOSITION_ATTACHED_PIC;
         AVCodecParameters& parameters = *_pictureStream->codecpar;
         parameters.codec_type = AVMEDIA_TYPE_VIDEO;
-        parameters.codec_id = picture.codec == "png" ? AV_CODEC_ID_PNG : AV_CODEC_ID_MJPEG;
+        parameters.codec_id = avcodec_descriptor_get_by_name(picture.codec.c_str())->id;
         parameters.width = picture.width;
         parameters.height = picture.height;
     }
 }
 
-void AudioWriter::Implementation::writePicture() {
+void AudioWriter::writePicture() {
     if (!_pictureStream) return;
     const std::vector<std::uint8_t>& bytes = _output.picture.bytes;
     check(av_new_packet(_packet.get(), static_cast<int>(bytes.size())), "picture");
@@ -225,19 +159,18 @@ void AudioWriter::Implementation::writePicture() {
     av_packet_unref(_packet.get());
 }
 
-void AudioWriter::Implementation::write(std::span<const float> samples) {
-    const LibraryLog::Scope scope(log);
-    for (const float sample : samples) {
-        if (!std::isfinite(sample)) throw unwritable("a sample is not a number", "check the model");
-        peak = std::max(peak, std::abs(static_cast<double>(sample)));
-    }
+void AudioWriter::write(std::span<const float> samples) {
+    const LibraryLog::Scope scope(_log);
+    const bool isFinite =
+        std::all_of(samples.begin(), samples.end(), [](float sample) { return std::isfinite(sample); });
+    if (!isFinite) throw unwritable("a sample is not a number", "check the model");
     const std::vector<float> converted = _resampler.process({samples.begin(), samples.end()});
     _waiting.insert(_waiting.end(), converted.begin(), converted.end());
-    encode(static_cast<std::size_t>(_encoder->frame_size > 0 ? _encoder->frame_size : freeFrameSize));
+    encode(_frameSize);
 }
 
-void AudioWriter::Implementation::finish() {
-    const LibraryLog::Scope scope(log);
+void AudioWriter::finish() {
+    const LibraryLog::Scope scope(_log);
     const std::vector<float> last = _resampler.finish();
     _waiting.insert(_waiting.end(), last.begin(), last.end());
     encode(1);
@@ -247,14 +180,13 @@ void AudioWriter::Implementation::finish() {
 }
 
 // Encodes what waits, in frames, until less than `least` samples are left.
-void AudioWriter::Implementation::encode(std::size_t least) {
-    const auto most = static_cast<std::size_t>(_encoder->frame_size > 0 ? _encoder->frame_size : freeFrameSize);
+void AudioWriter::encode(std::size_t least) {
     std::size_t done = 0;
     for (std::size_t left = _waiting.size() / 2; left >= least; left = _waiting.size() / 2 - done) {
         const FrameHandle frame(allocated(av_frame_alloc()));
-        frame->nb_samples = static_cast<int>(std::min(left, most));
+        frame->nb_samples = static_cast<int>(std::min(left, _frameSize));
         frame->format = _encoder->sample_fmt;
-        frame->sample_rate = rate;
+        frame->sample_rate = _rate;
         frame->pts = _encoded;
         check(av_channel_layout_copy(&frame->ch_layout, &_encoder->ch_layout), "encoder");
         check(av_frame_get_buffer(frame.get(), 0), "encoder");
@@ -266,10 +198,12 @@ void AudioWriter::Implementation::encode(std::size_t least) {
     _waiting.erase(_waiting.begin(), _waiting.begin() + static_cast<std::ptrdiff_t>(2 * done));
 }
 
-// In the encoder's kind of samples, for each channel apart when it wants that.
-void AudioWriter::Implementation::fill(AVFrame& frame, const float* samples) {
+// In the encoder's kind of samples, for each channel apart when it wants that. 16 bits get triangular noise of one step
+// to either side: rounding then adds a steady hiss instead of distortion.
+void AudioWriter::fill(AVFrame& frame, const float* samples) {
     const int channels = _output.channels;
     const bool isPlanar = av_sample_fmt_is_planar(_encoder->sample_fmt) != 0;
+    const int sign = (_output.dither > 0) - (_output.dither < 0);
     const double fullScale = _kind.bits == 16 ? 32768.0 : 8388608.0;
     for (int i = 0; i < frame.nb_samples * channels; ++i) {
         const float sample = samples[i / channels * 2 + i % channels];
@@ -278,18 +212,16 @@ void AudioWriter::Implementation::fill(AVFrame& frame, const float* samples) {
             plane[isPlanar ? i / channels : i] = sample;
             continue;
         }
-        const double noise = _kind.bits == 16 ? _dither.next() : 0;
+        const double noise = _kind.bits == 16 ? sign * (nextRandom(_noise) - nextRandom(_noise)) : 0;
         const double step = std::nearbyint(sample * fullScale + noise);
         const auto whole = static_cast<std::int32_t>(std::clamp(step, -fullScale, fullScale - 1));
-        // Noise alone may go over the edge by a step; that is no clipping.
-        if (sample > (fullScale - 0.5) / fullScale || sample < -1) ++clipped;
         if (_kind.bits == 16) reinterpret_cast<std::int16_t*>(frame.data[0])[i] = static_cast<std::int16_t>(whole);
         if (_kind.bits == 24) reinterpret_cast<std::int32_t*>(frame.data[0])[i] = whole * 256;
     }
 }
 
 // Without a frame: the end.
-void AudioWriter::Implementation::send(const AVFrame* frame) {
+void AudioWriter::send(const AVFrame* frame) {
     check(avcodec_send_frame(_encoder.get(), frame), "encoder");
     for (;;) {
         const int result = avcodec_receive_packet(_encoder.get(), _packet.get());
@@ -304,17 +236,5 @@ void AudioWriter::Implementation::send(const AVFrame* frame) {
         av_packet_unref(_packet.get());
     }
 }
-
-AudioWriter::AudioWriter(const AudioOutput& output) : _implementation(std::make_unique<Implementation>(output)) {}
-AudioWriter::~AudioWriter() = default;
-AudioWriter::AudioWriter(AudioWriter&&) noexcept = default;
-AudioWriter& AudioWriter::operator=(AudioWriter&&) noexcept = default;
-
-void AudioWriter::write(std::span<const float> samples) { _implementation->write(samples); }
-void AudioWriter::finish() { _implementation->finish(); }
-int AudioWriter::rate() const { return _implementation->rate; }
-double AudioWriter::peak() const { return _implementation->peak; }
-std::int64_t AudioWriter::clipped() const { return _implementation->clipped; }
-const std::vector<std::string>& AudioWriter::messages() const { return _implementation->log.lines(); }
 
 }  // namespace tavrin::tool

@@ -9,9 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "audio/audio_file.h"
 #include "audio/audio_format.h"
-#include "audio/audio_place.h"
-#include "audio/tags.h"
+#include "audio/byte_stream.h"
+#include "audio/ffmpeg.h"
+#include "audio/resampler.h"
+#include "common/failure.h"
 
 namespace tavrin::tool {
 
@@ -31,36 +34,51 @@ struct AudioOutput {
 
 /// Takes interleaved stereo samples and encodes them. The file has exactly as many samples as were written; what a
 /// lossy encoder adds in front and behind is noted in the file, and players that honour it (like AudioReader) leave it
-/// out.
+/// out. Its rate is AudioFormat::rateFor().
 ///
 /// A pipe gets WAV, FLAC, Ogg and raw samples as they come. MP3 and M4A need their first bytes last, so they are kept
 /// in an unnamed temporary file until finish(). WAV beyond 4 GiB becomes RF64, in a pipe it has an open length.
 ///
-/// Integer formats round to the nearest step; samples beyond full scale are set to full scale and counted. Whether that
-/// may happen is the caller's decision: see peak().
+/// Integer formats round to the nearest step; samples beyond full scale are set to full scale.
 class AudioWriter {
 public:
-    /// @throws AudioError unwritable, interrupted.
+    /// @throws Failure with ExitCode::writeFailed.
     explicit AudioWriter(const AudioOutput& output);
-    /// Without finish() an incomplete file stays behind: removing it is the caller's.
-    ~AudioWriter();
-    AudioWriter(AudioWriter&&) noexcept;
-    AudioWriter& operator=(AudioWriter&&) noexcept;
 
-    /// @throws AudioError unwritable, readerGone, interrupted. A sample that is not finite is unwritable.
+    /// @throws readerGone(), Failure with ExitCode::writeFailed, also for a sample that is not finite.
     void write(std::span<const float> samples);
 
-    /// Encodes what is withheld and completes the headers; the file is closed when it was opened here.
+    /// Encodes what is withheld and completes the headers; the file is closed when it was opened here. Without it an
+    /// incomplete file stays behind: removing it is the caller's.
     void finish();
 
-    int rate() const;              ///< of the file: AudioFormat::rateFor(); tell the user when it is not the song's
-    double peak() const;           ///< largest absolute sample so far, before any rounding
-    std::int64_t clipped() const;  ///< samples so far that were set to full scale, both channels counted
-    const std::vector<std::string>& messages() const;  ///< see AudioReader::messages()
-
 private:
-    class Implementation;
-    std::unique_ptr<Implementation> _implementation;
+    Failure unwritable(const std::string& reason, const std::string& nextStep = "choose another --format") const;
+    void check(int result, const char* what);
+    void openEncoder();
+    void openFile();
+    void addPicture();
+    void writePicture();
+    void encode(std::size_t least);
+    void fill(AVFrame& frame, const float* samples);
+    void send(const AVFrame* frame);
+
+    LibraryLog _log;
+    AudioOutput _output;
+    const AudioFormat& _kind;
+    int _rate;
+    ByteStream _bytes;
+    std::unique_ptr<AVFormatContext, decltype(&avformat_free_context)> _format{nullptr, avformat_free_context};
+    CodecHandle _encoder;
+    AVStream* _stream = nullptr;
+    AVStream* _pictureStream = nullptr;
+    PacketHandle _packet{allocated(av_packet_alloc())};
+    Resampler _resampler;
+    std::uint32_t _noise;           // the state of the dither's random numbers
+    std::size_t _frameSize = 4096;  // samples per channel: that of the encoder, unless it takes any
+    std::vector<float> _waiting;    // stereo, for a whole frame
+    std::int64_t _encoded = 0;      // samples per channel
+    std::int64_t _packets = 0;
 };
 
 }  // namespace tavrin::tool

@@ -1,30 +1,29 @@
 /// @file
-/// The bytes of a file or pipe, as FFmpeg's libraries read and write them. For the sources of this folder only.
+/// The bytes of a file or pipe, as FFmpeg's libraries read and write them.
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 
-#include "audio/audio_place.h"
+#include "audio/audio_file.h"
 #include "audio/ffmpeg.h"
+#include "audio/scratch_file.h"
 
 namespace tavrin::tool {
 
-/// Never blocks for longer than a tenth of a second without asking AudioPlace::interrupted, not even while a named pipe
-/// waits for its other end.
 class ByteStream {
 public:
     enum class Direction { in, out };
 
-    /// @throws AudioError.
+    /// Waits for the other end of a named pipe. @throws Failure.
     ByteStream(const AudioPlace& place, Direction direction);
     ByteStream(const ByteStream&) = delete;
     ByteStream& operator=(const ByteStream&) = delete;
 
     AVIOContext* context() { return _context.get(); }
     bool isSeekable() const { return _isSeekable; }
-    std::int64_t size() const;  ///< bytes; negative when it is not known
+    std::int64_t size() const;  ///< bytes; 0 when it is not known
+    void hideSize() { _isSizeHidden = true; }
 
     /// The first bytes of an input, as many as have come, at most 64 KiB. They are still to be read.
     const std::string& head() const { return _head; }
@@ -33,39 +32,31 @@ public:
 
     /// From now on, bytes come from or go to an unnamed file, in which one can seek. An input is read to its end first.
     void spool();
-    /// Writes what spool() has kept and closes the file. @throws AudioError
+    /// Writes what spool() has kept and closes the file. @throws Failure
     void finish();
 
-    /// @throws AudioError for what went wrong inside the libraries' calls: interruption, a closed pipe, and whatever
-    /// could not be written. They do not let exceptions pass, and tell less.
+    /// @throws Failure for what could not be written inside the libraries' calls: they do not let exceptions pass, and
+    /// tell less.
     void check() const;
-    /// Whether an input broke off, and why; empty when it did not.
+    /// Why an input broke off; empty when it did not.
     std::string readError() const;
 
 private:
     int read(std::uint8_t* bytes, int size);
-    int readDescriptor(std::uint8_t* bytes, int size);
     int write(const std::uint8_t* bytes, int size);
     std::int64_t seek(std::int64_t offset, int whence);
-    int wait(short events);
-    int fail(int error);
+    int fail();
 
     AudioPlace _place;
-    Direction _direction;
-    int _descriptor = -1;
-    struct OpenFile {
-        ~OpenFile();
-        int descriptor = -1;
-    };
-    OpenFile _file;    // when there is only a path
-    int _target = -1;  // where the spooled bytes belong
+    FileHandle _file{nullptr, std::fclose};  // when there is only a path
+    FileHandle _spool{nullptr, std::fclose};
+    int _descriptor;
     bool _isSeekable = false;
+    bool _isSizeHidden = false;
     std::int64_t _origin = 0;  // where in the file the stream begins
-    int _error = 0;            // errno of the first failure; ECANCELED: interrupted
+    int _error = 0;            // errno of the first failure
     std::string _head;
-    std::size_t _headRead = 0;  // how much of it the libraries have read again
     std::string _tail;
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> _spool{nullptr, std::fclose};
     struct FreeContext {
         void operator()(AVIOContext* context) const;
     };

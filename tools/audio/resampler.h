@@ -3,10 +3,9 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <vector>
 
-struct SwrContext;
+#include "audio/ffmpeg.h"
 
 namespace tavrin::tool {
 
@@ -23,9 +22,6 @@ class Resampler {
 public:
     /// @param from, to samples per second.
     Resampler(int from, int to);
-    ~Resampler();
-    Resampler(Resampler&&) noexcept;
-    Resampler& operator=(Resampler&&) noexcept;
 
     std::vector<float> process(const std::vector<float>& samples);
 
@@ -35,12 +31,7 @@ public:
     std::vector<float> finish(std::int64_t length = -1);
 
 private:
-    void convert(const float* samples, std::int64_t count, std::vector<float>& result);
-
-    struct Free {
-        void operator()(SwrContext* context) const;
-    };
-    std::unique_ptr<SwrContext, Free> _context;  // none for equal rates
+    ConverterHandle _converter;  // none for equal rates
     int _from;
     int _to;
     std::int64_t _in = 0;  // samples per channel so far

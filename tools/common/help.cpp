@@ -10,12 +10,29 @@ namespace {
 constexpr std::size_t lastColumn = 80;
 constexpr std::size_t textColumn = 26;
 
+// Breaks lines between words; all begin at that column, the first one stands there already.
+std::string wrapped(const std::string& text, std::size_t indent) {
+    std::string lines;
+    std::size_t column = indent;
+    std::istringstream words(text);
+    for (std::string word; words >> word; column += word.size() + 1) {
+        if (column + word.size() > lastColumn) {
+            lines += "\n" + std::string(indent, ' ');
+            column = indent;
+        } else if (!lines.empty()) {
+            lines += " ";
+        }
+        lines += word;
+    }
+    return lines;
+}
+
 class NarrowHelp final : public CLI::Formatter {
 public:
     NarrowHelp() { column_width(textColumn); }
 
     std::string make_description(const CLI::App* app) const override {
-        return wrapped(app->get_description(), 0, 0) + "\n";
+        return wrapped(app->get_description(), 0) + "\n";
     }
 
     std::string make_group(std::string group, bool arePositionals,
@@ -44,30 +61,11 @@ private:
     static std::string entry(std::string left, const std::string& text) {
         left += left.size() + 2 > textColumn ? "\n" + std::string(textColumn, ' ')
                                              : std::string(textColumn - left.size(), ' ');
-        return left + wrapped(text, textColumn, textColumn) + "\n";
+        return left + wrapped(text, textColumn) + "\n";
     }
 };
 
 }  // namespace
-
-std::string wrapped(const std::string& text, std::size_t indent, std::size_t firstColumn) {
-    std::string lines;
-    std::size_t column = firstColumn;
-    std::istringstream words(text);
-    for (std::string word; words >> word; column += word.size()) {
-        if (lines.empty()) {
-            // Stands where the text begins.
-        } else if (column + 1 + word.size() > lastColumn) {
-            lines += "\n" + std::string(indent, ' ');
-            column = indent;
-        } else {
-            lines += " ";
-            ++column;
-        }
-        lines += word;
-    }
-    return lines;
-}
 
 void formatHelp(CLI::App& app) { app.formatter(std::make_shared<NarrowHelp>()); }
 

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <mutex>
 #include <set>
-#include <string>
 #include <system_error>
 #include <utility>
 
@@ -89,29 +88,24 @@ HiddenFile::~HiddenFile() {
     removeEmptyFolders();
 }
 
-void HiddenFile::write(const void* bytes, std::size_t count) {
-    const char* next = static_cast<const char*>(bytes);
-    while (count > 0) {
-        const ssize_t written = ::write(_descriptor, next, count);
-        if (written < 0 && errno == EINTR) continue;
+void HiddenFile::write(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(_descriptor, bytes.data(), bytes.size());
         if (written < 0) throw writeFailure(_target, std::strerror(errno));
-        next += written;
-        count -= static_cast<std::size_t>(written);
+        bytes.remove_prefix(static_cast<std::size_t>(written));
     }
 }
 
 void HiddenFile::publish(const std::vector<HiddenFile*>& files) {
     const std::lock_guard lock(turn);
-    for (HiddenFile* file : files) file->rename();
-}
-
-void HiddenFile::rename() {
-    std::error_code error;
-    fs::rename(_hidden, _target, error);
-    if (error) throw writeFailure(_target, error.message());
-    unfinished.erase(_hidden);
-    // Some file systems report a failed write only now.
-    if (close(std::exchange(_descriptor, -1)) != 0) throw writeFailure(_target, std::strerror(errno));
+    for (HiddenFile* file : files) {
+        std::error_code error;
+        fs::rename(file->_hidden, file->_target, error);
+        if (error) throw writeFailure(file->_target, error.message());
+        unfinished.erase(file->_hidden);
+        // Some file systems report a failed write only now.
+        if (close(std::exchange(file->_descriptor, -1)) != 0) throw writeFailure(file->_target, std::strerror(errno));
+    }
 }
 
 void HiddenFile::removeAll() {

@@ -2,8 +2,8 @@
 /// A file that nobody takes for finished before it is.
 #pragma once
 
-#include <cstddef>
 #include <filesystem>
+#include <string_view>
 #include <vector>
 
 namespace tavrin::tool {
@@ -24,7 +24,7 @@ public:
     int descriptor() const { return _descriptor; }
 
     /// Appends bytes. @throws Failure with ExitCode::writeFailed.
-    void write(const void* bytes, std::size_t count);
+    void write(std::string_view bytes);
 
     /// Gives the file its name; another one of that name is replaced. @throws Failure with ExitCode::writeFailed.
     void publish() { publish({this}); }
@@ -36,8 +36,6 @@ public:
     static void removeAll();
 
 private:
-    void rename();
-
     std::filesystem::path _target;
     std::filesystem::path _hidden;
     int _descriptor = -1;

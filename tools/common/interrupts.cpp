@@ -22,12 +22,8 @@ std::string lastWords = "interrupted; nothing was written";
     while (sigwait(&signals, &signal) != 0) {
     }
     HiddenFile::removeAll();
-    std::string words;
-    {
-        const std::lock_guard lock(turn);
-        words = lastWords;
-    }
-    sayAtOnce(words);
+    const std::lock_guard lock(turn);
+    sayAtOnce(lastWords);
     // No destructors: the other threads still use what they would destroy.
     _exit(128 + signal);
 }

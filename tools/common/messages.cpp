@@ -89,15 +89,11 @@ std::string cut(const std::string& text, std::size_t characters) {
 
 std::string clockTime(double seconds) {
     const auto tenths = std::llround(seconds * 10);
-    const long long minutes = tenths / 600;
+    const long long hours = tenths / 36000;
     char text[40];
-    if (minutes < 60) {
-        std::snprintf(text, sizeof text, "%lld:%04.1f", minutes, static_cast<double>(tenths % 600) / 10);
-    } else {
-        std::snprintf(text, sizeof text, "%lld:%02lld:%04.1f", minutes / 60, minutes % 60,
-                      static_cast<double>(tenths % 600) / 10);
-    }
-    return text;
+    std::snprintf(text, sizeof text, hours > 0 ? "%02lld:%04.1f" : "%lld:%04.1f", tenths / 600 % 60,
+                  static_cast<double>(tenths % 600) / 10);
+    return (hours > 0 ? std::to_string(hours) + ":" : "") + text;
 }
 
 }  // namespace tavrin::tool

@@ -106,10 +106,8 @@ void join(const std::string& output, double start, const std::vector<std::string
 std::vector<std::vector<std::string>> groupsOf(const std::vector<std::string>& words) {
     std::vector<std::vector<std::string>> groups(1);
     for (const std::string& word : words) {
-        if (word == ":")
-            groups.emplace_back();
-        else
-            groups.back().push_back(word);
+        if (word != ":") groups.back().push_back(word);
+        if (word == ":") groups.emplace_back();
     }
     return groups;
 }
@@ -141,10 +139,11 @@ bool score(const std::string& mixFile, const std::vector<std::vector<std::string
         std::fprintf(stderr, "tavrin-demo-audio: the stems are not as long as the mix\n");
         return false;
     }
-    double deviation = 0;
-    for (const Samples& sum : sums)
-        for (std::size_t i = 0; i < sum.size(); ++i)
-            deviation = std::max(deviation, std::abs(static_cast<double>(sum[i]) - mix.samples[i]));
+    float deviation = 0;
+    for (Samples& sum : sums) {
+        add(sum, mix.samples, -1);
+        for (const float difference : sum) deviation = std::max(deviation, std::abs(difference));
+    }
     const double deviationDb = 20 * std::log10(deviation);
     std::printf("  stems together against the mix: at most %.0f dB of full scale apart\n", deviationDb);
     return deviationDb <= largestDeviationDb;

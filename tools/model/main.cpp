@@ -1,13 +1,16 @@
 /// @file
 /// tavrin-model: says whether the library can run a model, lists models, and scrambles them with a key.
+#include <onnxruntime_cxx_api.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <memory>
 #include <new>
 #include <optional>
+#include <random>
 #include <set>
 #include <string>
 #include <system_error>
@@ -15,14 +18,11 @@
 
 #include "common/failure.h"
 #include "common/help.h"
-#include "common/input_file.h"
 #include "common/interrupts.h"
 #include "common/messages.h"
-#include "common/model_folders.h"
-#include "common/model_key.h"
+#include "common/model_file.h"
 #include "inference/model_contract.h"
 #include "inference/session_signature.h"
-#include "model/model_session.h"
 
 namespace tavrin::tool {
 
@@ -37,14 +37,61 @@ constexpr const char* footer =
     "Exit codes: 0 done, 1 wrong usage, 2 file unreadable, 3 model unusable,\n"
     "4 write failed, 7 out of memory or threads; 128 + N after signal N.\n";
 
-void print(const char* role, const ModelTensor& tensor) {
-    std::printf("%-7s %s: %s\n", role, printable(tensor.name).c_str(), printable(describe(tensor)).c_str());
+constexpr std::size_t timedRuns = 5;
+
+Ort::Value makeInput(const ModelTensor& tensor) {
+    Ort::AllocatorWithDefaultOptions memory;
+    const bool isFlag = tensor.elementType == "bool";
+    Ort::Value value =
+        Ort::Value::CreateTensor(memory, tensor.shape.data(), tensor.shape.size(),
+                                 isFlag ? ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL : ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT);
+    const std::size_t count = value.GetTensorTypeAndShapeInfo().GetElementCount();
+    if (isFlag) {
+        std::fill_n(value.GetTensorMutableData<bool>(), count, true);
+    } else {
+        // A tenth of a full-scale sine's peak, about.
+        std::mt19937 random;
+        std::uniform_real_distribution<float> level(-100, 100);
+        std::generate_n(value.GetTensorMutableData<float>(), count, [&] { return level(random); });
+    }
+    return value;
 }
 
-std::string readModel(const std::filesystem::path& file, const std::string& keyFile) {
-    std::string bytes = readBytes(file);
-    if (!keyFile.empty()) applyKey(readKey(keyFile), bytes.data(), bytes.size(), 0);
-    return bytes;
+// On the CPU, without the library around it: also a model that the library refuses.
+Ort::Session openSession(const std::string& bytes) {
+    // Null when the runtime does not know the interface of our headers; no other call may go through it then.
+    if (!Ort::Global<void>::api_)
+        throw std::runtime_error(std::string("ONNX Runtime ") + OrtGetApiBase()->GetVersionString() +
+                                 " is too old; needed is 1." + std::to_string(ORT_API_VERSION) + " or newer");
+    // What goes wrong is thrown, too.
+    static const Ort::Env environment(ORT_LOGGING_LEVEL_FATAL, "tavrin-model");
+    return {environment, bytes.data(), bytes.size(), Ort::SessionOptions()};
+}
+
+// How many seconds one run on noise takes, every flag set: the median of a few after a first one that does not count.
+double timeOneBlock(Ort::Session& session, const ModelSignature& model) {
+    std::vector<const char*> inputNames;
+    std::vector<const char*> outputNames;
+    std::vector<Ort::Value> inputs;
+    for (const ModelTensor& input : model.inputs) {
+        inputNames.push_back(input.name.c_str());
+        inputs.push_back(makeInput(input));
+    }
+    for (const ModelTensor& output : model.outputs) outputNames.push_back(output.name.c_str());
+
+    std::vector<double> times;
+    for (std::size_t run = 0; run <= timedRuns; ++run) {
+        const auto start = std::chrono::steady_clock::now();
+        session.Run({}, inputNames.data(), inputs.data(), inputs.size(), outputNames.data(), outputNames.size());
+        const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+        if (run > 0) times.push_back(time.count());
+    }
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 2];
+}
+
+void print(const char* role, const ModelTensor& tensor) {
+    std::printf("%-7s %s: %s\n", role, printable(tensor.name).c_str(), printable(describe(tensor)).c_str());
 }
 
 // What the file says, and, if it may be given to the runtime, its inputs and outputs.
@@ -71,33 +118,23 @@ void print(const ModelFacts& facts) {
 
 void inspect(const std::string& name, const std::string& keyFile) {
     const std::filesystem::path file = modelNamed(name);
-    const std::string bytes = readModel(file, keyFile);
-    try {
-        std::printf("%s: %zu bytes\n", printable(file.string()).c_str(), bytes.size());
-        std::optional<Ort::Session> session;
-        const ModelDescription model = read(bytes, session);
-        const auto [problems, facts] = judge(model);
-        std::printf("meets the contract: %s\n", problems.empty() ? "yes" : "no");
-        for (const std::string& problem : problems) std::printf("  %s\n", printable(problem).c_str());
-        if (!problems.empty())
-            throw Failure(ExitCode::modelUnusable,
-                          file.string() + ": does not meet the contract; the list above says what to change");
-        print(facts);
-        std::fflush(stdout);  // in case that a run takes long
-        const double seconds = timeOneBlock(*session, *model.signature).count();
-        const double served = static_cast<double>((facts.frames - 2 * facts.context) * facts.hop) / facts.sampleRate;
-        std::printf("one block, %.1f s of music, takes %.1f ms on the CPU (%.0f times real time)\n", served,
-                    1000 * seconds, served / seconds);
-    } catch (const Failure&) {
-        throw;
-    } catch (const std::bad_alloc&) {
-        throw;
-    } catch (const std::system_error&) {
-        throw;
-    } catch (const std::exception& reason) {
-        throw Failure(ExitCode::modelUnusable, file.string() + ": is not a usable model (" + reason.what() +
-                                                   "); a scrambled one needs its --key-file");
-    }
+    std::string bytes = readBytes(file);
+    if (!keyFile.empty()) bytes = withKey(std::move(bytes), readKey(keyFile));
+    std::printf("%s: %zu bytes\n", printable(file.string()).c_str(), bytes.size());
+    std::optional<Ort::Session> session;
+    const ModelDescription model = read(bytes, session);
+    const auto [problems, facts] = judge(model);
+    std::printf("meets the contract: %s\n", problems.empty() ? "yes" : "no");
+    for (const std::string& problem : problems) std::printf("  %s\n", printable(problem).c_str());
+    if (!problems.empty())
+        throw Failure(ExitCode::modelUnusable,
+                      file.string() + ": does not meet the contract; the list above says what to change");
+    print(facts);
+    std::fflush(stdout);  // in case that a run takes long
+    const double seconds = timeOneBlock(*session, *model.signature);
+    const double served = static_cast<double>((facts.frames - 2 * facts.context) * facts.hop) / facts.sampleRate;
+    std::printf("one block, %.1f s of music, takes %.1f ms on the CPU (%.0f times real time)\n", served, 1000 * seconds,
+                served / seconds);
 }
 
 // What a model says of itself, in one line.
@@ -125,28 +162,10 @@ void list() {
                         printable(file).c_str());
         }
     }
-    for (const OtherModel& other : otherModels()) {
+    for (const OtherModel& other : otherModels) {
         if (!known.contains(other.name))
             std::printf("%-12s %s\n%-12s not here; get it with: %s\n", other.name, other.what, "", other.howToGet);
     }
-}
-
-void addKeyCommand(CLI::App& app, const char* name, const char* text) {
-    struct Files {
-        std::string input;
-        std::string output;
-        std::string key;
-    };
-    const auto files = std::make_shared<Files>();
-    CLI::App* command = app.add_subcommand(name, text);
-    command->add_option("FILE", files->input, "The file to read")->required();
-    command->add_option("-o,--output", files->output, "The file to write; an old one is replaced")
-        ->required()
-        ->type_name("FILE");
-    command->add_option("--key-file", files->key, "File whose content is the key; its last line end does not count")
-        ->required()
-        ->type_name("FILE");
-    command->callback([files] { scrambleFile(files->input, files->output, files->key); });
 }
 
 ExitCode run(int argc, const char* const* argv) {
@@ -159,16 +178,25 @@ ExitCode run(int argc, const char* const* argv) {
     app.set_version_flag("--version", "tavrin-model " TAVRIN_VERSION, "Print the version and exit");
     app.require_subcommand(1);
 
-    std::string model;
-    std::string keyFile;
+    std::string file, output, keyFile;
     CLI::App* inspectCommand =
         app.add_subcommand("inspect", "Print inputs, outputs, the verdict and the time that one block takes");
-    inspectCommand->add_option("MODEL", model, "ONNX file, or a name that list prints")->required();
+    inspectCommand->add_option("MODEL", file, "ONNX file, or a name that list prints")->required();
     inspectCommand->add_option("--key-file", keyFile, "Key of a scrambled model")->type_name("FILE");
-    inspectCommand->callback([&] { inspect(model, keyFile); });
+    inspectCommand->callback([&] { inspect(file, keyFile); });
     app.add_subcommand("list", "Print the models that are here, and those that can be had")->callback(list);
-    addKeyCommand(app, "scramble", "Scramble a file with a key");
-    addKeyCommand(app, "unscramble", "Undo scramble with the same key");
+    for (const auto& [name, text] : {std::pair{"scramble", "Scramble a file with a key"},
+                                     std::pair{"unscramble", "Undo scramble with the same key"}}) {
+        CLI::App* command = app.add_subcommand(name, text);
+        command->add_option("FILE", file, "The file to read")->required();
+        command->add_option("-o,--output", output, "The file to write; an old one is replaced")
+            ->required()
+            ->type_name("FILE");
+        command->add_option("--key-file", keyFile, "File whose content is the key; its last line end does not count")
+            ->required()
+            ->type_name("FILE");
+        command->callback([&] { scrambleFile(file, output, keyFile); });
+    }
     try {
         endOnSignals();
         app.parse(argc, argv);
@@ -181,9 +209,15 @@ ExitCode run(int argc, const char* const* argv) {
     } catch (const Failure& failure) {
         say(failure.what());
         return failure.code();
-    } catch (const std::exception& error) {
+    } catch (const std::bad_alloc& error) {
         say(std::string(error.what()) + "; free some memory");
         return ExitCode::outOfResources;
+    } catch (const std::system_error& error) {
+        say(std::string(error.what()) + "; free some memory");
+        return ExitCode::outOfResources;
+    } catch (const std::exception& error) {  // of the runtime, or about what it was given
+        say(file + ": is not a usable model (" + error.what() + "); a scrambled one needs its --key-file");
+        return ExitCode::modelUnusable;
     }
 }
 

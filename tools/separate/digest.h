@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-struct AVHashContext;
+#include "audio/ffmpeg.h"
 
 namespace tavrin::tool {
 
@@ -14,18 +14,26 @@ namespace tavrin::tool {
 class Digest {
 public:
     /// @param kind one that FFmpeg knows: "SHA256" for files; "murmur3", many times as fast, to tell samples apart.
-    explicit Digest(const char* kind);
+    explicit Digest(const char* kind) {
+        AVHashContext* context = nullptr;
+        if (av_hash_alloc(&context, kind) < 0) throw std::bad_alloc();
+        _context.reset(context);
+        av_hash_init(context);
+    }
 
-    void add(const void* bytes, std::size_t count);
+    void add(const void* bytes, std::size_t count) {
+        av_hash_update(_context.get(), static_cast<const std::uint8_t*>(bytes), count);
+    }
 
     /// In hexadecimal digits. Once, at the end.
-    std::string text();
+    std::string text() {
+        char digits[2 * AV_HASH_MAX_SIZE + 1];
+        av_hash_final_hex(_context.get(), reinterpret_cast<std::uint8_t*>(digits), sizeof digits);
+        return digits;
+    }
 
 private:
-    struct Free {
-        void operator()(AVHashContext* context) const;
-    };
-    std::unique_ptr<AVHashContext, Free> _context;
+    std::unique_ptr<AVHashContext, FreeWith<av_hash_freep>> _context;
 };
 
 }  // namespace tavrin::tool

@@ -8,8 +8,7 @@
 #include <utility>
 
 #include "common/failure.h"
-#include "common/input_file.h"
-#include "common/model_folders.h"
+#include "common/model_file.h"
 #include "separate/digest.h"
 
 namespace tavrin::tool {
@@ -41,14 +40,6 @@ std::string listed(const Names& names, const char* between) {
     return list;
 }
 
-std::string readModel(const fs::path& file) {
-    try {
-        return readBytes(file);
-    } catch (const Failure& failure) {
-        throw Failure(ExitCode::modelUnusable, failure.what());
-    }
-}
-
 class Loader {
 public:
     explicit Loader(const ModelChoice& choice) : _choice(choice) {}
@@ -57,16 +48,11 @@ public:
         _loaded.record = nlohmann::ordered_json::array();
         addStage(_choice.models);
         for (const std::string& name : _choice.then) addStage({name});
-        const std::string all = listed(_known, ", ");
         for (const std::string& name : _choice.stems) {
             const auto isIt = [&](const std::string& stem) { return isWanted(stem, {name}); };
             if (std::none_of(_known.begin(), _known.end(), isIt))
-                throw Failure(ExitCode::wrongUsage, std::string("--stems: \"")
-                                                        .append(name)
-                                                        .append("\" is no stem of ")
-                                                        .append(_loaded.label)
-                                                        .append(", which knows ")
-                                                        .append(all));
+                throw Failure(ExitCode::wrongUsage, "--stems: \"" + name + "\" is no stem of " + _loaded.label +
+                                                        ", which knows " + listed(_known, ", "));
         }
         std::erase_if(_loaded.stages, [](const Stage& stage) { return stage.stems.empty(); });
         Names& stems = _loaded.names.stems;
@@ -77,17 +63,27 @@ public:
 
 private:
     void addStage(const Names& models) {
-        Stage stage;
-        stage.latency = _choice.latency;
-        stage.context = _choice.context;
+        Stage stage{{}, {}, _choice.latency, _choice.context};
         for (const std::string& name : models) stage.models.push_back(loadModel(modelNamed(name)));
+        Names others = _known;
+        std::string shared;
         for (const std::string& stem : stemsOf(stage.models)) {
             const std::string name = stageName(stage, stem);
+            const bool isNew = std::erase(others, name) == 0;
+            if (isNew) others.push_back(name);
             _known.push_back(name);
             if (!isWanted(name, _choice.stems)) continue;
+            if (!isNew) shared = name;
             stage.stems.push_back(stem);
             _loaded.names.stems.push_back(name);
         }
+        if (!shared.empty())
+            throw Failure(
+                ExitCode::wrongUsage,
+                "--then " + models.front() + ": takes out \"" + shared +
+                    "\", and so does a model before it; type --model " + models.front() +
+                    " in its place to average both" +
+                    (others.empty() ? "" : ", or add --stems " + listed(others, ",") + " for the other stems"));
         _loaded.stages.push_back(std::move(stage));
     }
 
@@ -100,17 +96,14 @@ private:
     }
 
     Model loadModel(const fs::path& file) {
-        const std::string bytes = readModel(file);
+        const std::string bytes = readBytes(file, ExitCode::modelUnusable);
         Digest digest("SHA256");
         digest.add(bytes.data(), bytes.size());
         _files.push_back(asFileName(file.stem().string()));
         _loaded.record.push_back({{"name", _files.back()}, {"sha256", digest.text()}});
         _loaded.label += (_loaded.label.empty() ? "" : ", ") + file.string();
         try {
-            ModelData data;
-            data.data = reinterpret_cast<const std::uint8_t*>(bytes.data());
-            data.size = bytes.size();
-            data.key = &_choice.key;
+            const ModelData data{reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), &_choice.key};
             ModelOptions options;
             if (!_choice.provider.empty()) options.providers = {_choice.provider};
             options.threads = _choice.threads;

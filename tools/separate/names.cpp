@@ -1,7 +1,6 @@
 #include "separate/names.h"
 
 #include <map>
-#include <utility>
 
 #include "common/failure.h"
 
@@ -13,42 +12,26 @@ namespace fs = std::filesystem;
 
 constexpr const char* recordExtension = "tavrin.json";
 
-using Words = std::map<std::string, std::string>;  // what stands for what
-
-// Calls use(text) and useWord(word) for the pieces of a template in turn.
-template <typename Text, typename Word>
-void forEachPiece(const std::string& name, Text useText, Word useWord) {
-    std::size_t at = 0;
-    while (at < name.size()) {
-        const std::size_t open = name.find('{', at);
-        useText(name.substr(at, open - at));
-        if (open == std::string::npos) return;
-        const std::size_t close = name.find('}', open);
-        useWord(name.substr(open, close == std::string::npos ? close : close + 1 - open));
-        at = close == std::string::npos ? name.size() : close + 1;
-    }
-}
-
 fs::path fileFor(const OutputOptions& output, const Song& song, const std::string& stem, const std::string& part,
                  const std::string& extension) {
-    const Words words = {{"{song}", song.name()},
-                         {"{stem}", stem},
-                         {"{part}", part},
-                         {"{ext}", extension},
-                         {"{folder}", song.folder.empty() ? "." : song.folder.string()}};
-    std::string file;
-    forEachPiece(
-        output.name, [&](const std::string& text) { file += text; },
-        [&](const std::string& word) { file += words.at(word); });
+    const std::map<std::string, std::string> words = {{"{song}", song.name()},
+                                                      {"{stem}", stem},
+                                                      {"{part}", part},
+                                                      {"{ext}", extension},
+                                                      {"{folder}", song.folder.empty() ? "." : song.folder.string()}};
+    std::string file = output.name;
+    for (std::size_t at = 0; (at = file.find('{', at)) != std::string::npos;) {
+        const std::string word = file.substr(at, file.find('}', at) + 1 - at);
+        if (!words.contains(word))
+            throw Failure(ExitCode::wrongUsage, "--name: \"" + output.name + "\" has an unknown " + word +
+                                                    "; known are {song}, {stem}, {part}, {ext} and {folder}");
+        file.replace(at, word.size(), words.at(word));
+        at += words.at(word).size();
+    }
+    // What is no sound has an ending of its own, behind one that the template insists on.
+    const bool isSound = !output.format || extension == output.format->extension;
+    if (!isSound && output.name.find("{ext}") == std::string::npos) file += "." + extension;
     return output.folder / fs::path(file).lexically_normal();
-}
-
-// Of a file that is no sound: its ending comes behind one that the template insists on.
-fs::path sideFile(const OutputOptions& output, const Song& song, const std::string& stem, const std::string& part,
-                  const std::string& extension) {
-    fs::path file = fileFor(output, song, stem, part, extension);
-    if (output.name.find("{ext}") == std::string::npos) file += "." + extension;
-    return file;
 }
 
 }  // namespace
@@ -71,9 +54,8 @@ Targets targetsOf(const OutputOptions& output, const PartNames& names, const Son
     const std::size_t count = names.stems.size();
     for (std::size_t i = 0; output.wantStems && i < count; ++i) add(i, names.stems[i], names.stems[i]);
     if (output.wantRest) add(count, names.group + ".rest", "rest");
-    if (output.spectrogram)
-        targets.picture = sideFile(output, song, names.group + ".spectrogram", "spectrogram", "png");
-    if (output.record) targets.record = sideFile(output, song, names.group, names.group, recordExtension);
+    if (output.spectrogram) targets.picture = fileFor(output, song, names.group + ".spectrogram", "spectrogram", "png");
+    if (output.record) targets.record = fileFor(output, song, names.group, names.group, recordExtension);
     return targets;
 }
 
@@ -104,19 +86,11 @@ void requireDistinctTargets(const OutputOptions& output, const PartNames& names,
     }
 }
 
-void requireUsableTemplate(const std::string& name) {
-    static const std::map<std::string, int> known = {
-        {"{song}", 0}, {"{stem}", 0}, {"{part}", 0}, {"{ext}", 0}, {"{folder}", 0}};
-    forEachPiece(
-        name, [](const std::string&) {},
-        [&](const std::string& word) {
-            if (!known.contains(word))
-                throw Failure(ExitCode::wrongUsage, "--name: \"" + name + "\" has an unknown " + word +
-                                                        "; known are {song}, {stem}, {part}, {ext} and {folder}");
-        });
-    const std::string last = fs::path(name).filename().string();
+void requireUsableTemplate(const OutputOptions& output) {
+    fileFor(output, {}, "", "", "");
+    const std::string last = fs::path(output.name).filename().string();
     if (last.empty() || last == "." || last == "..")
-        throw Failure(ExitCode::wrongUsage, "--name: \"" + name + "\" names no file; add {stem}.{ext}");
+        throw Failure(ExitCode::wrongUsage, "--name: \"" + output.name + "\" names no file; add {stem}.{ext}");
 }
 
 std::string endingOf(const std::string& name) {
@@ -128,7 +102,8 @@ std::string asFileName(std::string name) {
     for (char& c : name) {
         if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F || c == '/') c = '_';
     }
-    return name.empty() || name == "." || name == ".." ? "_" : name;
+    if (name == "." || name == "..") name.replace(0, name.size(), name.size(), '_');
+    return name.empty() ? "_" : name;
 }
 
 }  // namespace tavrin::tool

@@ -42,7 +42,7 @@ Targets targetsOf(const OutputOptions& output, const PartNames& names, const Son
 void requireDistinctTargets(const OutputOptions& output, const PartNames& names, const std::vector<Song>& songs);
 
 /// @throws Failure with ExitCode::wrongUsage for a template that names no file or has an unknown {word}.
-void requireUsableTemplate(const std::string& name);
+void requireUsableTemplate(const OutputOptions& output);
 
 /// The fixed ending of a template, without its dot; empty: none.
 std::string endingOf(const std::string& name);

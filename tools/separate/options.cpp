@@ -3,15 +3,13 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <map>
 #include <sstream>
 
 #include "common/failure.h"
 #include "common/help.h"
-#include "common/model_key.h"
+#include "common/model_file.h"
 #include "separate/names.h"
 
 namespace tavrin::tool {
@@ -39,33 +37,17 @@ constexpr const char* footer =
 
 Failure wrongUsage(const std::string& message) { return {ExitCode::wrongUsage, message}; }
 
-std::string quoted(const std::string& option, const std::string& text) { return option + ": \"" + text + '"'; }
-
-std::vector<std::string> parseList(const std::string& option, const std::string& text) {
-    std::vector<std::string> words;
-    std::istringstream list(text + ",");
-    for (std::string word; std::getline(list, word, ',');) {
-        if (word.empty()) throw wrongUsage(quoted(option, text) + " has an empty name");
-        words.push_back(word);
-    }
-    return words;
-}
-
-RawAudio rawAudio(const std::string& encoding, int rate, int channels) {
-    static const std::map<std::string, std::string> spelled = {{"float32", "f32le"}, {"int16", "s16le"}};
-    RawAudio raw;
-    const auto known = spelled.find(encoding);
-    raw.format = known == spelled.end() ? encoding : known->second;
-    raw.rate = rate;
-    raw.channels = channels;
-    if (!isRawFormat(raw.format)) throw wrongUsage("--raw: \"" + encoding + "\" is none of float32, int16, s24le, …");
-    return raw;
+std::string formatNames() {
+    std::string names;
+    for (const AudioFormat& format : audioFormats()) names += (names.empty() ? "" : ", ") + std::string(format.name);
+    return names;
 }
 
 // What --format says, or the ending in --name, or what came in through the other pipe.
 const AudioFormat* chooseFormat(const std::string& wanted, const Options& options) {
     const std::string ending = endingOf(options.output.name);
     const AudioFormat* byName = findAudioFormat(wanted);
+    if (!byName && !wanted.empty()) throw wrongUsage("--format: \"" + wanted + "\" is none of " + formatNames());
     const AudioFormat* byEnding = findAudioFormatByExtension(ending);
     if (byName && byEnding && byName->extension != std::string(byEnding->extension)) {
         throw wrongUsage("--format " + wanted + ": contradicts the ending ." + ending + " in --name");
@@ -100,12 +82,6 @@ void requireOneStream(const Options& options) {
         throw wrongUsage("-o -: standard output is a terminal; pipe it into a program or a file");
 }
 
-std::string formatNames() {
-    std::string names;
-    for (const AudioFormat& format : audioFormats()) names += (names.empty() ? "" : ", ") + std::string(format.name);
-    return names;
-}
-
 }  // namespace
 
 double parseTime(const std::string& option, const std::string& text) {
@@ -128,124 +104,94 @@ double parseTime(const std::string& option, const std::string& text) {
 
 Options parseOptions(int argc, const char* const* argv) {
     Options options;
-    InputOptions& input = options.input;
+    AudioInput& input = options.input;
     ModelChoice& model = options.model;
     OutputOptions& output = options.output;
-    std::string folder, stems, only, format, clip, encoding = "float32", start, duration, keyFile;
-    double quality = 0;
-    int rate = 44100;
-    int channels = 2;
+    std::string folder, only, format, clip, keyFile;
+    RawAudio raw;
     bool noRecord = false;
-    bool quiet = false;
-    bool verbose = false;
     const std::map<std::string, ClipPolicy> policies = {
         {"clamp", ClipPolicy::clamp}, {"none", ClipPolicy::none}, {"scale-all", ClipPolicy::scaleAll}};
+    const std::map<std::string, std::string> rawFormats = {{"float32", "f32le"}, {"int16", "s16le"}};
 
     CLI::App app(description, "tavrin-separate");
     formatHelp(app);
     app.footer(footer);
+    const auto option = [&](const char* name, auto& value, const char* type, const std::string& text) {
+        return app.add_option(name, value, text)->type_name(type);
+    };
+    const auto timeOption = [&](const std::string& name, double& seconds, const char* text) {
+        const auto parse = [&seconds, name](const std::string& time) { seconds = parseTime(name, time); };
+        app.add_option_function<std::string>(name, parse, text)->type_name("TIME");
+    };
     app.add_option("SONG", options.songs,
                    "Sound or video files of any kind, mono or stereo; folders of them; or - for standard input");
 
-    const char* group = "Results";
-    app.add_option("-o,--output", folder,
-                   "Results go below FOLDER (default: the current one), or with - to standard output")
-        ->type_name("FOLDER")
-        ->group(group);
-    app.add_option("--name", output.name,
-                   "Names of the results in FOLDER (default: {song}/{stem}.{ext}); known are {song}, {stem}, {part}, "
-                   "{ext} and {folder}")
-        ->type_name("TEMPLATE")
-        ->group(group);
-    app.add_option("--only", only, "Write the stems alone (stem), or the rest alone (rest)")
-        ->type_name("PART")
-        ->check(CLI::IsMember({"stem", "rest"}))
-        ->group(group);
-    app.add_option("--format", format,
-                   "One of " + formatNames() + " (default: wav, which is float, or what --name ends in)")
-        ->type_name("FORMAT")
-        ->group(group);
-    CLI::Option* qualityOption = app.add_option("--quality", quality,
-                                                "Of mp3 from 9 to 0, the best; of m4a and opus in kbit/s; of ogg up to "
-                                                "10; of flac up to 12, the smallest")
-                                     ->type_name("N")
-                                     ->group(group);
-    app.add_option("--clip", clip,
-                   "What is louder than full scale: clamp it, leave it (none), or turn all parts of the song down "
-                   "(scale-all); default: none for float samples, otherwise clamp")
-        ->type_name("POLICY")
-        ->check(CLI::IsMember(policies))
-        ->group(group);
-    app.add_flag("--spectrogram", output.spectrogram, "Draw the song and its parts, too (PNG)")->group(group);
-    app.add_flag("--linear", output.linear, "Draw frequencies in even steps, not octaves")->group(group);
-    app.add_flag("--overwrite", options.overwrite, "Separate songs again that would be skipped")->group(group);
-    app.add_flag("--no-record", noRecord, "Write no record (.tavrin.json); such results are never skipped")
-        ->group(group);
+    app.option_defaults()->group("Results");
+    option("-o,--output", folder, "FOLDER",
+           "Results go below FOLDER (default: the current one), or with - to standard output");
+    option("--name", output.name, "TEMPLATE",
+           "Names of the results in FOLDER (default: {song}/{stem}.{ext}); known are {song}, {stem}, {part}, {ext} and "
+           "{folder}");
+    option("--only", only, "PART", "Write the stems alone (stem), or the rest alone (rest)")
+        ->check(CLI::IsMember({"stem", "rest"}));
+    option("--format", format, "FORMAT",
+           "One of " + formatNames() + " (default: wav, which is float, or what --name ends in)");
+    option("--quality", output.quality, "N",
+           "Of mp3 from 9 to 0, the best; of m4a and opus in kbit/s; of ogg up to 10; of flac up to 12, the smallest");
+    option("--clip", clip, "POLICY",
+           "What is louder than full scale: clamp it, leave it (none), or turn all parts of the song down (scale-all); "
+           "default: none for float samples, otherwise clamp")
+        ->check(CLI::IsMember(policies));
+    app.add_flag("--spectrogram", output.spectrogram, "Draw the song and its parts, too (PNG)");
+    app.add_flag("--linear", output.linear, "Draw frequencies in even steps, not octaves");
+    app.add_flag("--overwrite", options.overwrite, "Separate songs again that would be skipped");
+    app.add_flag("--no-record", noRecord, "Write no record (.tavrin.json); such results are never skipped");
 
-    group = "Songs";
-    app.add_option("--start", start, "Leave out this much of each song, seconds or minutes:seconds")
-        ->type_name("TIME")
-        ->group(group);
-    app.add_option("--duration", duration, "Separate only this much of each song")->type_name("TIME")->group(group);
-    app.add_option("--jobs", options.jobs, "Songs to separate side by side (default: 1)")
-        ->type_name("N")
-        ->check(CLI::Range(1, 64))
-        ->group(group);
-    CLI::Option* rateOption = app.add_option("--rate", rate, "Songs are raw samples, so many per second")
-                                  ->type_name("HZ")
-                                  ->check(CLI::Range(1000, 768000))
-                                  ->group(group);
-    app.add_option("--channels", channels, "Of raw samples, 1 or 2 (default: 2)")
-        ->type_name("N")
+    app.option_defaults()->group("Songs");
+    timeOption("--start", input.start, "Leave out this much of each song, seconds or minutes:seconds");
+    timeOption("--duration", input.duration, "Separate only this much of each song");
+    option("--jobs", options.jobs, "N", "Songs to separate side by side (default: 1)")->check(CLI::Range(1, 64));
+    CLI::Option* rate = option("--rate", raw.rate, "HZ", "Songs are raw samples, so many per second");
+    rate->check(CLI::Range(1000, 768000));
+    option("--channels", raw.channels, "N", "Of raw samples, 1 or 2 (default: 2)")
         ->check(CLI::IsMember({1, 2}))
-        ->needs(rateOption)
-        ->group(group);
-    app.add_option("--raw", encoding, "Kind of raw samples: float32 (default), int16, or FFmpeg's name, such as s24le")
-        ->type_name("KIND")
-        ->needs(rateOption)
-        ->group(group);
+        ->needs(rate);
+    option("--raw", raw.format, "KIND",
+           "Kind of raw samples: float32 (default), int16, or FFmpeg's name, such as s24le")
+        ->transform(CLI::Transformer(rawFormats))
+        ->needs(rate);
 
-    group = "Model";
-    app.add_option("--model", model.models,
-                   "ONNX file, or a name that tavrin-model list prints (default: centre); given again: stems of one "
-                   "name are averaged")
-        ->type_name("MODEL")
+    app.option_defaults()->group("Model");
+    option("--model", model.models, "MODEL",
+           "ONNX file, or a name that tavrin-model list prints (default: centre); given again: stems of one name are "
+           "averaged")
+        ->allow_extra_args(false);
+    option("--then", model.then, "MODEL", "Take stems out of what is left, with this model")->allow_extra_args(false);
+    option("--stems", model.stems, "NAMES",
+           "Stems to take out, such as vocals,drums (default: all that the model knows)")
         ->allow_extra_args(false)
-        ->group(group);
-    app.add_option("--then", model.then, "Take stems out of what is left, with this model")
-        ->type_name("MODEL")
-        ->allow_extra_args(false)
-        ->group(group);
-    app.add_option("--stems", stems, "Stems to take out, such as vocals,drums (default: all that the model knows)")
-        ->type_name("NAMES")
-        ->group(group);
-    app.add_flag("--list-stems", options.listStems, "Print the names of the model's stems and exit")->group(group);
-    app.add_option("--key-file", keyFile, "File with the key of a scrambled model")->type_name("FILE")->group(group);
-    app.add_option("--device,--provider", model.provider,
-                   "What runs the model: cpu, cuda, coreml, …, or an execution provider's full name; when it cannot, "
-                   "the CPU does, with a warning")
-        ->type_name("NAME")
-        ->group(group);
-    app.add_flag("--list-providers", options.listProviders, "Print the names of the providers and exit")->group(group);
-    app.add_option("--threads", model.threads, "Threads of a model run (default: one per core)")
-        ->type_name("N")
-        ->check(CLI::Range(1, 1024))
-        ->group(group);
-    app.add_option("--latency", model.latency, "Longest allowed delay in seconds (default: the cheapest, some seconds)")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 3600.0))
-        ->group(group);
-    app.add_option("--context", model.context, "Frames that the model sees on both sides (default: its own choice)")
-        ->type_name("N")
-        ->check(CLI::Range(1, 1 << 20))
-        ->group(group);
+        ->delimiter(',');
+    app.add_flag("--list-stems", options.listStems, "Print the names of the model's stems and exit");
+    option("--key-file", keyFile, "FILE", "File with the key of a scrambled model");
+    option("--device,--provider", model.provider, "NAME",
+           "What runs the model: cpu, cuda, coreml, …, or an execution provider's full name; when it cannot, the CPU "
+           "does, with a warning");
+    app.add_flag("--list-providers", options.listProviders, "Print the names of the providers and exit");
+    option("--threads", model.threads, "N", "Threads of a model run (default: one per core)")
+        ->check(CLI::Range(1, 1024));
+    option("--latency", model.latency, "SECONDS",
+           "Longest allowed delay in seconds (default: the cheapest, some seconds)")
+        ->check(CLI::Range(0.0, 3600.0));
+    option("--context", model.context, "N", "Frames that the model sees on both sides (default: its own choice)")
+        ->check(CLI::Range(1, 1 << 20));
 
-    group = "Messages";
-    app.add_flag("--json", options.json, "Print a line of JSON per song on standard output")->group(group);
-    CLI::Option* quietFlag = app.add_flag("--quiet", quiet, "Say nothing but warnings and errors")->group(group);
-    app.add_flag("--verbose", verbose, "Say what the libraries say, too")->excludes(quietFlag)->group(group);
-    app.set_help_flag("-h,--help", "Print this help and exit")->group(group);
-    app.set_version_flag("--version", "tavrin-separate " TAVRIN_VERSION, "Print the version and exit")->group(group);
+    app.option_defaults()->group("Messages");
+    app.add_flag("--json", options.json, "Print a line of JSON per song on standard output");
+    CLI::Option* quiet = app.add_flag("--quiet", options.quiet, "Say nothing but warnings and errors");
+    app.add_flag("--verbose", options.verbose, "Say what the libraries say, too")->excludes(quiet);
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.set_version_flag("--version", "tavrin-separate " TAVRIN_VERSION, "Print the version and exit");
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& helpOrVersion) {
@@ -254,31 +200,23 @@ Options parseOptions(int argc, const char* const* argv) {
         throw wrongUsage(std::string(error.what()) + "; tavrin-separate --help shows the usage");
     }
 
-    if (options.songs.empty() && !options.listProviders && !options.listStems) {
+    if (options.songs.empty() && !options.listProviders && !options.listStems)
         throw wrongUsage("SONG is required; tavrin-separate --help shows the usage");
-    }
-    if (model.models.empty()) model.models = {"centre"};
-    if (!stems.empty()) model.stems = parseList("--stems", stems);
-    if (!keyFile.empty()) model.key = readKey(keyFile);
-    if (!start.empty()) input.start = parseTime("--start", start);
-    if (!duration.empty()) input.duration = parseTime("--duration", duration);
     if (input.duration == 0) throw wrongUsage("--duration: 0 leaves nothing to separate; give some seconds");
-    if (*rateOption) input.raw = rawAudio(encoding, rate, channels);
+    if (!isRawFormat(raw.format)) throw wrongUsage("--raw: \"" + raw.format + "\" is none of float32, int16, s24le, …");
+    if (*rate) input.raw = raw;
+    if (model.models.empty()) model.models = {"centre"};
+    if (!keyFile.empty()) model.key = readKey(keyFile);
     output.toStandardOutput = folder == pipeSign;
     if (!output.toStandardOutput) output.folder = folder;
     output.wantStems = only != "rest";
     output.wantRest = only != "stem";
     output.record = !noRecord && !output.toStandardOutput;
-    requireUsableTemplate(output.name);
-    if (!format.empty() && !findAudioFormat(format)) {
-        throw wrongUsage("--format: \"" + format + "\" is none of " + formatNames());
-    }
+    requireUsableTemplate(output);
     output.format = chooseFormat(format, options);
-    if (*qualityOption) output.quality = quality;
     checkQuality(output);
     const bool isFloat = output.format->hasHeadroom() && !output.format->isLossy;
     output.clip = !clip.empty() ? policies.at(clip) : isFloat ? ClipPolicy::none : ClipPolicy::clamp;
-    options.verbosity = quiet ? Verbosity::quiet : verbose ? Verbosity::verbose : Verbosity::normal;
     if (output.toStandardOutput) requireOneStream(options);
     return options;
 }

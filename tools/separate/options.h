@@ -3,7 +3,6 @@
 #pragma once
 
 #include <filesystem>
-#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,19 +15,10 @@ namespace tavrin::tool {
 /// Stands for standard input among the songs, and for standard output as the folder.
 inline constexpr const char* pipeSign = "-";
 
-enum class Verbosity { quiet, normal, verbose };
-
 enum class ClipPolicy {
     none,     ///< samples stay as they are; a format that cannot hold them is refused
     clamp,    ///< samples beyond full scale are set to full scale
     scaleAll  ///< all parts of a song are turned down by one factor, so that the loudest just fits
-};
-
-/// Which part of a song is read, and how.
-struct InputOptions {
-    std::optional<RawAudio> raw;                                ///< of songs without a header
-    double start = 0;                                           ///< seconds of each song to leave out
-    double duration = std::numeric_limits<double>::infinity();  ///< seconds of each song to separate
 };
 
 /// What is separated, with what, and how.
@@ -60,13 +50,14 @@ struct OutputOptions {
 
 struct Options {
     std::vector<std::string> songs;  ///< files, folders or pipeSign
-    InputOptions input;
+    AudioInput input;                ///< of each song, all but its place
     ModelChoice model;
     OutputOptions output;
     bool overwrite = false;
     int jobs = 1;  ///< songs at a time
     bool json = false;
-    Verbosity verbosity = Verbosity::normal;
+    bool quiet = false;
+    bool verbose = false;
     bool listStems = false;
     bool listProviders = false;
 };

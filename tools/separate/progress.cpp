@@ -10,16 +10,6 @@
 
 namespace tavrin::tool {
 
-namespace {
-
-std::size_t terminalColumns() {
-    winsize size{};
-    const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return isKnown ? size.ws_col : 80;
-}
-
-}  // namespace
-
 Progress::Progress(std::size_t songs, bool wanted)
     : _songs(songs), _isVisible(wanted && songs > 0 && isatty(STDERR_FILENO) == 1) {}
 
@@ -44,7 +34,9 @@ void Progress::advance(double songs, bool isFinished, const std::string& name) {
 
 std::string Progress::line(const std::string& name) const {
     constexpr std::size_t widestBar = 30;
-    const std::size_t columns = terminalColumns() - 1;  // the last one would begin another line
+    winsize terminal{};
+    const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &terminal) == 0 && terminal.ws_col > 0;
+    const std::size_t columns = (isKnown ? terminal.ws_col : 80U) - 1;  // the last one would begin another line
     const double share = std::clamp(_done / static_cast<double>(_songs), 0.0, 1.0);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
     char percent[16];

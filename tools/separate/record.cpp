@@ -31,10 +31,7 @@ Json fileRecord(const fs::path& file) {
 
 std::string listFiles(const SongReport& report) {
     std::string names;
-    for (const PartReport& part : report.parts) {
-        const std::string name = part.file.empty() ? "standard output" : part.file.string();
-        names += (names.empty() ? "" : ", ") + name;
-    }
+    for (const PartReport& part : report.parts) names += (names.empty() ? "" : ", ") + part.label();
     return report.picture.empty() ? names : names + ", " + report.picture.string();
 }
 
@@ -65,7 +62,7 @@ Json asWritten(const Json& record) { return Json::parse(asText(record)); }
 
 bool areOutputsThere(const Json& outputs, const Targets& targets) {
     std::vector<fs::path> files = targets.files();
-    if (!targets.record.empty()) files.pop_back();
+    files.pop_back();  // the record
     if (outputs.size() != files.size()) return false;
     for (std::size_t i = 0; i < files.size(); ++i) {
         const Json present = asWritten(fileRecord(files[i]));
@@ -134,8 +131,9 @@ Json recordOf(const SongReport& report) {
 
 std::string asText(const Json& record) { return record.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
-Match match(const Json& record, const Json& wanted, const Targets& targets) {
-    if (!record.is_object()) return Match::none;
+bool isUpToDate(const Json& record, const Json& wanted, const Targets& targets,
+                const std::function<std::string()>& audio) {
+    if (!record.is_object()) return false;
     try {
         const Json expected = asWritten(wanted);
         const Json& before = record.at("song");
@@ -143,11 +141,11 @@ Match match(const Json& record, const Json& wanted, const Targets& targets) {
         const bool isSame = record.at("models") == expected.at("models") &&
                             record.at("options") == expected.at("options") &&
                             areOutputsThere(record.at("outputs"), targets);
-        if (!isSame || !now.contains("size") || before.at("size") != now.at("size")) return Match::none;
+        if (!isSame || !now.contains("size") || before.at("size") != now.at("size")) return false;
         const bool isUntouched = before.at("file") == now.at("file") && before.at("modified") == now.at("modified");
-        return isUntouched ? Match::full : Match::allButSource;
+        return isUntouched || before.at("audio") == audio();
     } catch (const Json::exception&) {
-        return Match::none;  // not one of ours, or of another version
+        return false;  // not one of ours, or of another version
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -21,6 +22,8 @@ struct PartReport {
     std::filesystem::path file;  ///< empty: standard output
     float peak = 0;              ///< largest magnitude as separated; 1 is full scale
     std::int64_t clipped = 0;    ///< samples that were set to full scale
+
+    std::string label() const { return file.empty() ? "standard output" : file.string(); }  ///< for messages
 };
 
 struct SongReport {
@@ -59,15 +62,11 @@ nlohmann::ordered_json recordOf(const SongReport& report);
 /// One line of it; bytes that are not UTF-8 are replaced.
 std::string asText(const nlohmann::ordered_json& record);
 
-/// How a record relates to what is wanted now.
-enum class Match {
-    none,          ///< other models or options, another song, missing or changed results, or no record at all
-    allButSource,  ///< all the same, but the song's path or time: its audio has to be compared
-    full
-};
-
-/// @param record as readRecord() gave it.
-Match match(const nlohmann::ordered_json& record, const nlohmann::ordered_json& wanted, const Targets& targets);
+/// Whether models, options, song and results are still those of a record.
+/// @param record as readRecord() gave it. @param audio gives the digest of the song's samples; asked when all is the
+/// same but the song's path or time.
+bool isUpToDate(const nlohmann::ordered_json& record, const nlohmann::ordered_json& wanted, const Targets& targets,
+                const std::function<std::string()>& audio);
 
 /// What an earlier run left; null when there is none that can be read.
 nlohmann::ordered_json readRecord(const std::filesystem::path& file);

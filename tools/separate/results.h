@@ -2,28 +2,28 @@
 /// The files that a song leaves behind: all of them, or none.
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <vector>
 
 #include "audio/audio_reader.h"
 #include "audio/audio_writer.h"
+#include "audio/scratch_file.h"
 #include "common/hidden_file.h"
 #include "separate/names.h"
 #include "separate/options.h"
 #include "separate/record.h"
-#include "separate/scratch_file.h"
 #include "spectrogram/spectrogram_picture.h"
 #include "stems/separation.h"
 
 namespace tavrin::tool {
 
-/// The results of one song: its stems, the rest, a picture of them and a record.
+/// The results of one song: its stems, the rest, and a picture of them.
 class Results {
 public:
-    /// @param song gives rate, tags and cover. @throws Failure with ExitCode::wrongUsage when a result would replace
-    /// the song itself; as the other members, AudioError or Failure with ExitCode::writeFailed.
+    /// @param song gives rate, channels, tags and cover. @throws Failure with ExitCode::writeFailed, as the
+    /// other members.
     Results(const OutputOptions& options, const Song& source, const Targets& targets, const AudioReader& song,
             double start);
 
@@ -36,12 +36,12 @@ public:
 
 private:
     struct Part {
-        Target target;
+        std::size_t place = 0;             // among the parts that Separation returns
+        int channels = 0;                  // of the file
+        PartReport report;                 // so far
         std::unique_ptr<HiddenFile> file;  // none: standard output
         std::unique_ptr<AudioWriter> writer;
-        std::unique_ptr<ScratchFile> waiting;  // for the gain of all parts
-        float peak = 0;
-        std::int64_t clipped = 0;
+        FileHandle waiting{nullptr, std::fclose};  // samples for the gain of all parts
     };
 
     void openPart(const Target& target, const Song& source, const AudioReader& song);
@@ -49,7 +49,6 @@ private:
     float applyGain();
 
     const OutputOptions& _options;
-    const Targets& _targets;
     std::vector<Part> _parts;
     std::unique_ptr<HiddenFile> _pictureFile;
     std::optional<SpectrogramPicture> _picture;

@@ -4,11 +4,9 @@
 
 #include <chrono>
 #include <exception>
-#include <new>
 #include <set>
 #include <system_error>
 
-#include "audio/audio_error.h"
 #include "common/messages.h"
 #include "separate/digest.h"
 #include "separate/results.h"
@@ -17,35 +15,27 @@ namespace tavrin::tool {
 
 namespace {
 
-AudioReader openSong(const InputOptions& options, const Song& song) {
-    AudioInput input;
-    input.place.path = song.file;
-    input.place.name = song.label();
-    if (song.isPipe) input.place.descriptor = STDIN_FILENO;
-    input.raw = options.raw;
-    input.start = options.start;
-    input.duration = options.duration;
+AudioReader openSong(AudioInput input, const Song& song) {
+    input.place = {song.file, song.isPipe ? STDIN_FILENO : -1, song.label()};
     return AudioReader(input);
 }
 
 // Of the samples that would be separated.
-std::string digestOf(const InputOptions& options, const Song& song) {
-    AudioReader reader = openSong(options, song);
+std::string digestOf(const AudioInput& input, const Song& song) {
+    AudioReader reader = openSong(input, song);
     Digest digest("murmur3");
     for (std::vector<float> block = reader.read(); !block.empty(); block = reader.read())
         digest.add(block.data(), block.size() * sizeof(float));
     return digest.text();
 }
 
-bool isUpToDate(const Options& options, const Targets& targets, SongReport& report) {
+bool mayBeSkipped(const Options& options, const Targets& targets, SongReport& report) {
     if (options.overwrite || targets.record.empty()) return false;
     const nlohmann::ordered_json record = readRecord(targets.record);
-    const Match found = match(record, report.wanted, targets);
-    if (found == Match::none) return false;
-    const std::string audio = record["song"].value("audio", "");
-    if (found == Match::allButSource && digestOf(options.input, report.song) != audio) return false;
+    const auto audio = [&] { return digestOf(options.input, report.song); };
+    if (!isUpToDate(record, report.wanted, targets, audio)) return false;
     report.status = SongReport::Status::skipped;
-    report.audio = audio;
+    report.audio = record["song"].value("audio", "");
     report.isDamaged = record.value("damaged", false);
     report.warnings = record.value("warnings", std::vector<std::string>{});
     for (const Target& target : targets.parts) report.parts.push_back({target.name, target.file});
@@ -86,8 +76,7 @@ void warnAboutLeftovers(const nlohmann::ordered_json& earlier, const Targets& ta
 
 void writeRecord(const SongReport& report, const std::filesystem::path& target) {
     HiddenFile file(target);
-    const std::string text = asText(recordOf(report)) + "\n";
-    file.write(text.data(), text.size());
+    file.write(asText(recordOf(report)) + "\n");
     file.publish();
 }
 
@@ -116,19 +105,8 @@ void separate(const Options& options, const LoadedModels& models, const Targets&
     results.publish(report);
     report.status = SongReport::Status::done;
     if (!targets.record.empty()) writeRecord(report, targets.record);
-    if (options.verbosity != Verbosity::verbose) return;
+    if (!options.verbose) return;
     for (const std::string& message : reader.messages()) say(report.song.label() + ": " + message);
-}
-
-ExitCode codeOf(AudioError::Kind kind) {
-    switch (kind) {
-        case AudioError::Kind::unreadable:
-            return ExitCode::inputUnreadable;
-        case AudioError::Kind::startBeyondEnd:
-            return ExitCode::wrongUsage;
-        default:
-            return ExitCode::writeFailed;
-    }
 }
 
 }  // namespace
@@ -145,21 +123,17 @@ SongReport separateSong(const Options& options, const LoadedModels& models, cons
         Progress::Song bar(progress, song.name());
         const Targets targets = targetsOf(options.output, models.names, song);
         report.wanted = wantedRecord(options, models, song);
-        if (!isUpToDate(options, targets, report)) separate(options, models, targets, bar, report);
+        if (!mayBeSkipped(options, targets, report)) separate(options, models, targets, bar, report);
     } catch (const Failure& failure) {
+        if (failure.code() == ExitCode::done) throw;  // readerGone()
         failed(failure.code(), failure.what());
-    } catch (const AudioError& error) {
-        if (error.kind() == AudioError::Kind::readerGone) throw readerGone();
-        failed(codeOf(error.kind()), error.what());
-    } catch (const std::bad_alloc& error) {
-        failed(ExitCode::outOfResources, song.label() + ": " + resourceFailure(error).what());
     } catch (const std::system_error& error) {
         failed(ExitCode::outOfResources, song.label() + ": " + resourceFailure(error).what());
     } catch (const std::runtime_error& error) {
         failed(ExitCode::modelUnusable,
                song.label() + ": " + models.label + ": " + error.what() + "; choose another model with --model");
     } catch (const std::exception& error) {
-        failed(ExitCode::outOfResources, song.label() + ": " + error.what() + "; this is a fault of tavrin-separate");
+        failed(ExitCode::outOfResources, song.label() + ": " + resourceFailure(error).what());
     }
     return report;
 }

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cctype>
+#include <functional>
+#include <numeric>
 #include <optional>
 #include <set>
 #include <system_error>
 
 #include "common/failure.h"
-#include "separate/options.h"
+#include "separate/names.h"
 
 namespace tavrin::tool {
 
@@ -25,48 +27,35 @@ bool isSong(const fs::path& file) {
     return extensions.contains(extension);
 }
 
-bool isHidden(const fs::path& file) { return file.filename().string().starts_with('.'); }
-
-class FolderSearch {
-public:
-    FolderSearch(const fs::path& results, std::vector<std::string>& warnings) : _warnings(warnings) {
-        _seen.insert(results);
-    }
-
-    void search(const fs::path& folder) {
-        if (!_seen.insert(identityOf(folder)).second) return;
-        std::error_code error;
-        std::vector<fs::path> entries;
-        for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
-            entries.push_back(entry->path());
-        if (error) _warnings.push_back(folder.string() + ": cannot be searched for songs (" + error.message() + ")");
-        std::sort(entries.begin(), entries.end());
-        for (const fs::path& path : entries) {
-            if (isHidden(path)) continue;
-            if (fs::is_directory(path, error)) {
-                search(path);
-            } else if (isSong(path)) {
-                songs.push_back(path);
-            }
+// @param seen the folders that have been searched.
+void search(const fs::path& folder, std::set<fs::path>& seen, std::vector<fs::path>& songs,
+            std::vector<std::string>& warnings) {
+    if (!seen.insert(identityOf(folder)).second) return;
+    std::error_code error;
+    std::set<fs::path> entries;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
+        entries.insert(entry->path());
+    if (error) warnings.push_back(folder.string() + ": cannot be searched for songs (" + error.message() + ")");
+    for (const fs::path& path : entries) {
+        if (path.filename().string().starts_with('.')) continue;
+        if (fs::is_directory(path, error)) {
+            search(path, seen, songs, warnings);
+        } else if (isSong(path)) {
+            songs.push_back(path);
         }
     }
-
-    std::vector<fs::path> songs;
-
-private:
-    std::set<fs::path> _seen;  // folders
-    std::vector<std::string>& _warnings;
-};
+}
 
 std::vector<fs::path> songsIn(const fs::path& folder, const fs::path& results, std::vector<std::string>& warnings) {
     if (identityOf(folder) == results) {
         throw Failure(ExitCode::wrongUsage, folder.string() +
-                                                ": its results would lie among its songs, and be taken "
-                                                "for songs next time; choose another folder with -o");
+                                                ": its results would lie among its songs, and be taken for songs next "
+                                                "time; choose another folder with -o");
     }
-    FolderSearch search(results, warnings);
-    search.search(folder.has_filename() ? folder : folder.parent_path());  // "album/"
-    if (!search.songs.empty()) return search.songs;
+    std::set<fs::path> seen = {results};
+    std::vector<fs::path> songs;
+    search(folder.has_filename() ? folder : folder.parent_path(), seen, songs, warnings);  // "album/"
+    if (!songs.empty()) return songs;
     const std::string reason =
         warnings.empty() ? "has no sound file" : warnings.back().substr(folder.string().size() + 2);
     throw Failure(ExitCode::inputUnreadable, folder.string() + ": " + reason + "; give a folder of songs");
@@ -81,25 +70,15 @@ fs::path commonFolder(const std::vector<Song>& songs) {
         if (song.isPipe) continue;
         const fs::path parent = parentOf(song.file);
         if (!common) common = parent;
-        fs::path shared;
-        for (auto a = common->begin(), b = parent.begin(); a != common->end() && b != parent.end() && *a == *b;
-             ++a, ++b)
-            shared /= *a;
-        common = shared;
+        const auto end = std::mismatch(common->begin(), common->end(), parent.begin(), parent.end()).first;
+        common = std::accumulate(common->begin(), end, fs::path(), std::divides());
     }
     return common.value_or("");
 }
 
 }  // namespace
 
-std::string Song::name() const {
-    std::string name = isPipe ? "stdin" : file.stem().string();
-    for (char& c : name) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '_';
-    }
-    if (name == "." || name == "..") std::fill(name.begin(), name.end(), '_');
-    return name;
-}
+std::string Song::name() const { return isPipe ? "stdin" : asFileName(file.stem().string()); }
 
 std::string Song::label() const { return isPipe ? "standard input" : file.string(); }
 

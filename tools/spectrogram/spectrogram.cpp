@@ -47,11 +47,10 @@ Spectrogram::Spectrogram(int rate, const FrequencyScale& scale)
     : _window(hann()),
       _setup(pffft_new_setup(windowLength, PFFFT_COMPLEX)),
       _spectrum(static_cast<float*>(pffft_aligned_malloc(2 * windowLength * sizeof(float)))),
-      _work(static_cast<float*>(pffft_aligned_malloc(2 * windowLength * sizeof(float)))),
       _bins(windowLength / 2 + 1),
       _waiting(windowLength),
       _hop(firstHop) {
-    if (!_setup || !_spectrum || !_work) throw std::bad_alloc();
+    if (!_setup || !_spectrum) throw std::bad_alloc();
     for (std::size_t row = 0; row <= rows; ++row) {
         const double hertz = scale.hertzAt(static_cast<double>(row) / rows);
         _edges.push_back(static_cast<float>(hertz / rate * windowLength));
@@ -76,7 +75,7 @@ void Spectrogram::analyse(const float* samples) {
     // Left and right as real and imaginary part: one transform serves both.
     float* const spectrum = _spectrum.get();
     for (std::size_t i = 0; i < 2 * windowLength; ++i) spectrum[i] = samples[i] * _window[i / 2];
-    pffft_transform_ordered(_setup.get(), spectrum, spectrum, _work.get(), PFFFT_FORWARD);
+    pffft_transform_ordered(_setup.get(), spectrum, spectrum, nullptr, PFFFT_FORWARD);
     const auto norm = [&](std::size_t k) {
         return spectrum[2 * k] * spectrum[2 * k] + spectrum[2 * k + 1] * spectrum[2 * k + 1];
     };

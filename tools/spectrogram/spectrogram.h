@@ -62,10 +62,9 @@ private:
     std::vector<float> _window;
     std::unique_ptr<PFFFT_Setup, Free> _setup;
     std::unique_ptr<float, Free> _spectrum;  // complex
-    std::unique_ptr<float, Free> _work;
-    std::vector<float> _bins;     // power of each
-    std::vector<float> _waiting;  // interleaved samples from the next window's first one
-    std::vector<float> _power;    // column after column
+    std::vector<float> _bins;                // power of each
+    std::vector<float> _waiting;             // interleaved samples from the next window's first one
+    std::vector<float> _power;               // column after column
     std::size_t _samples = 0;
     std::size_t _windows = 0;
     std::size_t _hop;            // samples from one window to the next

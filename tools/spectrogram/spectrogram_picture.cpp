@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <utility>
 
@@ -118,36 +119,20 @@ void drawLine(cairo_t* canvas, double x, double y, double right, double down) {
     cairo_stroke(canvas);
 }
 
+// The first of the steps that cuts `span` into at most `most` pieces, or the last one.
+double stepFor(double span, int most, std::initializer_list<double> steps) {
+    const auto fits = [&](double step) { return span / step <= most; };
+    const auto* step = std::find_if(steps.begin(), steps.end() - 1, fits);
+    return *step;
+}
+
 std::string number(double value) {
     char text[40];
     std::snprintf(text, sizeof text, "%.6g", value);
     return text;
 }
 
-// 1, 2 or 5 times a power of ten: the smallest that cuts `span` into at most `most` pieces.
-double roundStep(double span, int most) {
-    double step = std::pow(10, std::floor(std::log10(span / most)));
-    for (const double factor : {2.0, 2.5, 2.0}) {
-        if (span / step > most) step *= factor;
-    }
-    return step;
-}
-
-// As roundStep(), in steps that clocks know.
-double timeStep(double span, int most) {
-    for (const double step : {1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800}) {
-        if (span / step <= most) return span <= most / 2.0 ? roundStep(span, most) : step;
-    }
-    return 3600 * std::ceil(span / 3600 / most);
-}
-
 std::string hertz(double value) { return value < 1000 ? number(value) : number(value / 1000) + "k"; }
-
-// "1:05", "1:01:05", or "1:05.5" when steps are short.
-std::string timeText(double second, double step) {
-    const std::string text = clockTime(second);
-    return step < 1 ? text : text.substr(0, text.find('.'));
-}
 
 }  // namespace
 
@@ -191,33 +176,29 @@ void SpectrogramPicture::drawPlot(cairo_t* canvas, std::size_t stream) const {
     print(canvas, _names[stream], leftMargin, plotTop(stream) - 12, Side::left, plotWidth);
 }
 
-std::vector<double> SpectrogramPicture::frequencyTicks() const {
-    std::vector<double> ticks;
-    const double step = roundStep(_scale.highest, 6);
-    for (int i = 0; _scale.isLinear && i * step <= _scale.highest; ++i) ticks.push_back(i * step);
-    for (double decade = 10; !_scale.isLinear && decade < _scale.highest; decade *= 10) {
-        for (const double value : {decade, 2 * decade, 5 * decade}) {
-            if (value >= _scale.lowest && value <= _scale.highest) ticks.push_back(value);
-        }
-    }
-    return ticks;
-}
-
 void SpectrogramPicture::drawFrequencies(cairo_t* canvas, std::size_t stream) const {
-    for (const double tickHertz : frequencyTicks()) {
-        const double y = plotTop(stream) + plotHeight * (1 - _scale.shareOf(tickHertz));
+    const auto draw = [&](double frequency) {
+        if (frequency < _scale.lowest || frequency > _scale.highest) return;
+        const double y = plotTop(stream) + plotHeight * (1 - _scale.shareOf(frequency));
         drawLine(canvas, leftMargin, y, -tick, 0);
-        print(canvas, hertz(tickHertz), leftMargin - tick - 3, y, Side::right);
+        print(canvas, hertz(frequency), leftMargin - tick - 3, y, Side::right);
+    };
+    const double step = stepFor(_scale.highest, 6, {100, 200, 500, 1000, 2000, 5000, 10000, 20000, 50000, 100000});
+    for (int i = 0; _scale.isLinear && i * step <= _scale.highest; ++i) draw(i * step);
+    for (double decade = 10; !_scale.isLinear && decade < _scale.highest; decade *= 10) {
+        for (const double factor : {1, 2, 5}) draw(factor * decade);
     }
     print(canvas, "Hz", leftMargin - tick - 3, plotTop(stream) - 12, Side::right);
 }
 
 void SpectrogramPicture::drawTimes(cairo_t* canvas) const {
-    const double step = timeStep(secondsShown(), 12);
+    const double step = stepFor(secondsShown(), 12, {0.1, 0.2, 0.5, 1,   2,    5,    10,   15,    30,    60,
+                                                     120, 300, 600, 900, 1800, 3600, 7200, 14400, 28800, 86400});
     const double top = pictureHeight() - footHeight;
     for (double i = std::ceil(_start / step); i * step <= _start + secondsShown(); ++i) {
         drawLine(canvas, xOf(i * step), top, 0, tick);
-        print(canvas, timeText(i * step, step), xOf(i * step), top + tick + 10, Side::middle);
+        const std::string time = clockTime(i * step);
+        print(canvas, step < 1 ? time : time.substr(0, time.find('.')), xOf(i * step), top + tick + 10, Side::middle);
     }
 }
 
@@ -229,9 +210,8 @@ void SpectrogramPicture::drawScale(cairo_t* canvas) const {
         return loudest + (quietest - loudest) * static_cast<float>(y) / (plotHeight - 1);
     };
     place(canvas, paint(width, plotHeight, decibels), left, top);
-    constexpr int labels = 6;
-    for (int i = 0; i < labels; ++i) {
-        const double share = static_cast<double>(i) / (labels - 1);
+    for (int i = 0; i <= 5; ++i) {
+        const double share = i / 5.0;
         const double value = loudest + (quietest - loudest) * share;
         const double y = top + share * plotHeight;
         drawLine(canvas, left + width, y, tick, 0);
@@ -256,7 +236,7 @@ void SpectrogramPicture::writeTo(HiddenFile& file) {
     drawScale(canvas.get());
     const auto write = [](void* to, const unsigned char* bytes, unsigned count) {
         try {
-            static_cast<HiddenFile*>(to)->write(bytes, count);
+            static_cast<HiddenFile*>(to)->write({reinterpret_cast<const char*>(bytes), count});
             return CAIRO_STATUS_SUCCESS;
         } catch (const Failure&) {
             return CAIRO_STATUS_WRITE_ERROR;

@@ -32,7 +32,6 @@ private:
     int plotTop(std::size_t stream) const;
     int pictureHeight() const;
     double xOf(double second) const;
-    std::vector<double> frequencyTicks() const;
     void drawPlot(cairo_t* canvas, std::size_t stream) const;
     void drawFrequencies(cairo_t* canvas, std::size_t stream) const;
     void drawTimes(cairo_t* canvas) const;

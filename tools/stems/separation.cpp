@@ -34,20 +34,16 @@ public:
             _toSong.emplace_back(static_cast<int>(model.info().sampleRate), songRate);
     }
 
-    Parts process(const std::vector<float>& song) {
+    Parts run(const std::vector<float>& song, bool isEnd) {
         _taken += static_cast<std::int64_t>(song.size() / 2);
-        Parts stems = _separator.process(_toModel.process(song));
-        for (std::size_t s = 0; s < stems.size(); ++s) stems[s] = _toSong[s].process(stems[s]);
-        return stems;
-    }
-
-    Parts finish() {
-        Parts stems = _separator.process(_toModel.finish());
-        const Parts last = _separator.finish();
+        std::vector<float> samples = _toModel.process(song);
+        if (isEnd) append(samples, _toModel.finish());
+        Parts stems = _separator.process(samples);
+        const Parts last = isEnd ? _separator.finish() : Parts(stems.size());
         for (std::size_t s = 0; s < stems.size(); ++s) {
             append(stems[s], last[s]);
             stems[s] = _toSong[s].process(stems[s]);
-            append(stems[s], _toSong[s].finish(_taken));
+            if (isEnd) append(stems[s], _toSong[s].finish(_taken));
         }
         return stems;
     }
@@ -74,38 +70,30 @@ std::vector<std::string> stemsOf(const std::vector<Model>& models) {
 // One stage at work: song in, its stems and the rest out.
 class Separation::Step {
 public:
-    Step(const Stage& stage, int songRate) : _shares(stage.stems.size()) {
-        std::vector<int> counts(stage.stems.size());
+    Step(const Stage& stage, int songRate) : _stems(stage.stems.size()) {
         for (const Model& model : stage.models) {
             SeparatorConfig config;
             config.latency = stage.latency;
             config.context = stage.context;
+            std::vector<Lane> lanes;
             for (const std::string& stem : stage.stems) {
-                if (placeOf(stem, model.info().stems) < model.info().stems.size()) config.stems.push_back(stem);
+                if (placeOf(stem, model.info().stems) == model.info().stems.size()) continue;
+                config.stems.push_back(stem);
+                lanes.push_back({placeOf(stem, stage.stems), {}});
             }
             if (config.stems.empty()) continue;
             _streams.emplace_back(model, config, songRate);
-            _lanes.emplace_back();
-            for (const std::string& stem : config.stems) {
-                _lanes.back().push_back({placeOf(stem, stage.stems), {}});
-                ++counts[_lanes.back().back().stem];
-            }
+            _lanes.push_back(std::move(lanes));
         }
-        std::transform(counts.begin(), counts.end(), _shares.begin(),
-                       [](int count) { return 1 / static_cast<float>(count); });
     }
-
-    std::size_t stems() const { return _shares.size(); }
 
     Parts run(const std::vector<float>& song, bool isEnd) {
         append(_song, song);
         std::size_t ready = _song.size();
         for (std::size_t i = 0; i < _streams.size(); ++i) {
-            Parts stems = _streams[i].process(song);
-            const Parts last = isEnd ? _streams[i].finish() : Parts(stems.size());
+            const Parts stems = _streams[i].run(song, isEnd);
             for (std::size_t s = 0; s < stems.size(); ++s) {
                 append(_lanes[i][s].waiting, stems[s]);
-                append(_lanes[i][s].waiting, last[s]);
                 ready = std::min(ready, _lanes[i][s].waiting.size());
             }
         }
@@ -119,35 +107,31 @@ private:
     };
 
     Parts take(std::size_t count) {
-        Parts parts(_shares.size(), std::vector<float>(count));
+        Parts parts(_stems, std::vector<float>(count));
+        std::vector<float> models(_stems);  // that have the stem
         for (std::vector<Lane>& stream : _lanes) {
             for (Lane& lane : stream) {
-                const float share = _shares[lane.stem];
+                ++models[lane.stem];
                 const std::vector<float> samples = takeFront(lane.waiting, count);
-                for (std::size_t i = 0; i < count; ++i) parts[lane.stem][i] += share * samples[i];
+                for (std::size_t i = 0; i < count; ++i) parts[lane.stem][i] += samples[i];
             }
         }
         std::vector<float> rest = takeFront(_song, count);
-        for (const std::vector<float>& stem : parts) {
-            for (std::size_t i = 0; i < count; ++i) rest[i] -= stem[i];
+        for (std::size_t stem = 0; stem < _stems; ++stem) {
+            for (std::size_t i = 0; i < count; ++i) rest[i] -= parts[stem][i] /= models[stem];
         }
         parts.push_back(std::move(rest));
         return parts;
     }
 
+    std::size_t _stems;
     std::vector<ModelStream> _streams;
     std::vector<std::vector<Lane>> _lanes;  // of every stream's stems
-    std::vector<float> _shares;             // by stem: 1 / number of models that have it
     std::vector<float> _song;               // from the first sample whose stems are not known yet
 };
 
 Separation::Separation(const std::vector<Stage>& stages, int songRate) {
-    std::size_t earlier = 0;
-    for (const Stage& stage : stages) {
-        earlier += _steps.empty() ? 0 : _steps.back()->stems();
-        _steps.push_back(std::make_unique<Step>(stage, songRate));
-    }
-    _waiting.resize(earlier);
+    for (const Stage& stage : stages) _steps.push_back(std::make_unique<Step>(stage, songRate));
 }
 
 Separation::~Separation() = default;
@@ -160,7 +144,10 @@ Parts Separation::run(std::vector<float> song, bool isEnd) {
     Parts last;  // of the stage that ran last: its stems and the rest
     std::size_t stem = 0;
     for (const std::unique_ptr<Step>& step : _steps) {
-        for (std::size_t s = 0; s + 1 < last.size(); ++s) append(_waiting[stem++], last[s]);
+        for (std::size_t s = 0; s + 1 < last.size(); ++s, ++stem) {
+            _waiting.resize(std::max(_waiting.size(), stem + 1));
+            append(_waiting[stem], last[s]);
+        }
         last = step->run(song, isEnd);
         song = last.back();
     }

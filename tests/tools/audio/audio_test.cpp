@@ -1,18 +1,10 @@
 // Audio files in and out: known signals through every format, and what becomes of damaged ones.
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <chrono>
-#include <csignal>
-#include <functional>
 #include <map>
 #include <tuple>
 
 #include "../command.h"
 
 namespace {
-
-using Kind = AudioError::Kind;
 
 // A rising tone, different on both sides, faded in and out: every shift and every gap shows.
 Samples chirp(int rate, std::int64_t count, int channels = 2) {
@@ -58,22 +50,8 @@ Samples stretch(const Samples& samples, std::int64_t from, std::int64_t count) {
     return {samples.begin() + 2 * from, samples.begin() + 2 * (from + count)};
 }
 
-void expectError(Kind kind, const char* what, const std::function<void()>& action) {
-    const auto start = std::chrono::steady_clock::now();
-    try {
-        action();
-        ADD_FAILURE() << what << ": no error";
-    } catch (const AudioError& error) {
-        EXPECT_EQ(error.kind(), kind) << what << ": " << error.what();
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1)) << what;
-}
-
 struct Audio : Command {
-    Audio() {
-        std::signal(SIGPIPE, SIG_IGN);
-        testing::internal::CaptureStderr();
-    }
+    Audio() { testing::internal::CaptureStderr(); }
     ~Audio() override {
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "the libraries' messages are for the caller";
     }
@@ -110,15 +88,23 @@ TEST_F(Audio, everyFormatKeepsLengthAndPlaceAtEveryRate) {
 
 // A song that ends too early must never pass for a whole one.
 TEST_F(Audio, everyTruncatedSongIsRefusedOrReported) {
-    const Samples song = chirp(44100, 30000);
-    for (const auto& [format, error] : errors) {
-        writeSound(output("whole", format), song);
+    constexpr AudioFormat::Quality kbits{32, 512, 256, "kbit/s"}, none{};
+    std::vector<AudioFormat> formats = {{"flv", "flv", "flv", "aac", 0, true, kbits, {}},
+                                        {"wma", "wma", "asf", "wmav2", 0, true, kbits, {}},
+                                        {"mka", "mka", "matroska", "aac", 0, true, kbits, {}},
+                                        {"aiff", "aiff", "aiff", "pcm_s16be", 16, false, none, {}},
+                                        {"caf", "caf", "caf", "pcm_s16be", 16, false, none, {}}};
+    for (const auto& [format, error] : errors) formats.push_back(*findAudioFormat(format));
+    for (const AudioFormat& format : formats) {
+        writeSound({.place = {.path = "whole"}, .format = &format}, chirp(44100, 30000));
+        const Samples whole = samplesOf("whole");
         const std::string bytes = contents("whole");
         for (std::size_t size = 0; size < bytes.size(); size += 1024) {
             writeBytes("cut", bytes.substr(0, size));
-            EXPECT_TRUE(soundIn("cut").isReported()) << format << " of " << size << " bytes";
+            const Sound cut = soundIn("cut");
+            EXPECT_TRUE(cut.isReported() || cut.samples == whole) << format.name << " of " << size << " bytes";
         }
-        EXPECT_TRUE(readPiped("head -c " + std::to_string(bytes.size() / 2) + " whole").isReported()) << format;
+        EXPECT_TRUE(readPiped("head -c " + std::to_string(bytes.size() / 2) + " whole").isReported()) << format.name;
     }
 }
 
@@ -215,8 +201,8 @@ TEST_F(Audio, tagsPictureAndSoundGetIntoFilesAndPipes) {
         ASSERT_FALSE(sound.isReported()) << format << sound.refusal;
         const bool isWav = format.starts_with("wav");
         for (const auto& [name, text] : target.tags)
-            EXPECT_EQ(tagText(sound.reader->tags(), name), isWav && name == "composer" ? "" : text) << format;
-        EXPECT_EQ(tagText(sound.reader->tags(), "encoder"), "") << format;
+            EXPECT_EQ(sound.tag(name), isWav && name == "composer" ? "" : text) << format;
+        EXPECT_EQ(sound.tag("encoder"), "") << format;
         EXPECT_EQ(sound.reader->picture().bytes, isWav ? std::vector<std::uint8_t>{} : target.picture.bytes) << format;
         FILE* pipe = popen("cat >piped", "w");
         target.place = {.descriptor = fileno(pipe)};
@@ -228,33 +214,26 @@ TEST_F(Audio, tagsPictureAndSoundGetIntoFilesAndPipes) {
     }
 }
 
-TEST_F(Audio, integerFormatsRoundDitherAndCount) {
-    Samples song = chirp(44100, 40000), quarter;
-    for (float& sample : song) quarter.push_back(0.25F * (sample *= 1.9F));  // up to 1.14
+TEST_F(Audio, integerFormatsRoundAndDither) {
+    Samples song = chirp(44100, 40000);
+    for (float& sample : song) sample *= 1.9F;  // up to 1.14
     for (const auto& [format, scale] :
          {std::pair{"wav24", 8388608.0}, {"flac24", 8388608.0}, {"wav16", 32768.0}, {"flac", 32768.0}}) {
-        const AudioWriter writer = writeSound(output("stem", format), song);
-        AudioOutput opposite = output("rest", format);
-        opposite.dither = -1;
-        writeSound(opposite, quarter);
-        const Samples stem = samplesOf("stem"), rest = samplesOf("rest");
-        std::int64_t clipped = 0;
-        double largest = 0, sum = 0, largestTogether = 0;
+        writeSound(output("stem", format), song);
+        const Samples stem = samplesOf("stem");
+        double largest = 0, sum = 0;
         for (std::size_t i = 0; i < song.size(); ++i) {
-            if (std::abs(song[i]) > 1 && ++clipped) continue;
+            if (std::abs(song[i]) > 1) continue;
             const double error = (stem[i] - std::min<double>(song[i], 1 - 1 / scale)) * scale;
             largest = std::max(largest, std::abs(error));
             sum += error;
-            largestTogether = std::max(largestTogether, std::abs(error + (rest[i] - quarter[i]) * scale));
         }
-        EXPECT_EQ(writer.clipped(), clipped) << format;
         EXPECT_LE(largest, scale > 1e6 ? 0.5 : 1.5) << format << ": rounding, and at 16 bits noise of a step";
         EXPECT_GT(largest, scale > 1e6 ? 0.49 : 1.3) << format;
         EXPECT_LT(std::abs(sum / static_cast<double>(song.size())), 0.01) << format << ": no offset";
-        EXPECT_LE(largestTogether, 1.001) << format << ": stem and rest make the song within a step";
     }
     song[777] = NAN;
-    expectError(Kind::unwritable, "no number", [&] { writeSound(output("bad", "wav"), song); });
+    EXPECT_THROW(writeSound(output("bad", "wav"), song), Failure) << "no number";
 }
 
 TEST_F(Audio, whatIsNotASongIsRefusedWithAReason) {
@@ -262,52 +241,24 @@ TEST_F(Audio, whatIsNotASongIsRefusedWithAReason) {
     std::string wide = contents("wide.wav");
     wide[wide.find("fmt ") + 10] = 6;   // channels
     wide[wide.find("fmt ") + 20] = 24;  // bytes per sample of all of them
-    writeBytes("wide's.wav", wide);
+    writeBytes("six.wav", wide);
     writeBytes("empty.mp3", "");
     writeBytes("text.txt", "There is no sound in here, whatever its name says.\n");
     writeBytes("list.m3u8", "#EXTM3U\n#EXTINF:1,\nwide.wav\n");
     writeBytes("list.ffconcat", "ffconcat version 1.0\nfile wide.wav\n");
     fs::create_directory("folder");
-    const std::map<std::string, std::string> reasons = {
-        {"wide's.wav", "ffmpeg -i 'wide'\\''s.wav' -ac 2 'wide'\\''s.stereo.wav'"},
-        {"empty.mp3", "empty"},
-        {"text.txt", "text.txt"},
-        {"list.m3u8", "list.m3u8"},
-        {"list.ffconcat", "list.ffconcat"},
-        {"folder", "directory"},
-        {"missing", "No such file"}};
+    const std::map<std::string, std::string> reasons = {{"six.wav", "6 channels"},          {"empty.mp3", "empty"},
+                                                        {"text.txt", "text.txt"},           {"list.m3u8", "list.m3u8"},
+                                                        {"list.ffconcat", "list.ffconcat"}, {"folder", "directory"},
+                                                        {"missing", "No such file"}};
     for (const auto& [file, reason] : reasons)
         EXPECT_NE(soundIn(file).refusal.find(reason), std::string::npos) << file << ": " << soundIn(file).refusal;
-    expectError(Kind::startBeyondEnd, "too late", [] { AudioReader({.place = {.path = "wide.wav"}, .start = 1}); });
     // Raw samples are whatever one says they are; what is no number is silence.
     const float samples[] = {0.5F, INFINITY, -0.25F};
     writeBytes("raw", {reinterpret_cast<const char*>(samples), sizeof samples});
     const Sound raw = readSound({.place = {.path = "raw"}, .raw = RawAudio{"f32le", 8000, 1}});
     EXPECT_EQ(raw.samples, (Samples{0.5F, 0.5F, 0, 0, -0.25F, -0.25F}));
     EXPECT_TRUE(raw.reader && raw.reader->notFinite() == 1);
-}
-
-TEST_F(Audio, waitsEndOnInterruptsAndWithTheReader) {
-    ASSERT_EQ(mkfifo("fifo", 0600), 0);
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const auto interrupted = [](const fs::path& path, int descriptor) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
-        return AudioPlace{path, descriptor, "it", [end] { return std::chrono::steady_clock::now() > end; }};
-    };
-    const auto fill = [](const AudioPlace& place, const char* format) {
-        AudioOutput target = output("", format);
-        target.place = place;
-        for (AudioWriter writer(target);;) writer.write(chirp(44100, 44100));
-    };
-    expectError(Kind::interrupted, "nobody writes it", [&] { AudioReader({.place = interrupted("fifo", -1)}); });
-    expectError(Kind::interrupted, "nothing comes", [&] { AudioReader({.place = interrupted("", ends[0])}); });
-    expectError(Kind::interrupted, "nobody reads it", [&] { fill(interrupted("fifo", -1), "wav"); });
-    expectError(Kind::interrupted, "it is full", [&] { fill(interrupted("", ends[1]), "flac"); });
-    close(ends[0]);
-    expectError(Kind::readerGone, "the reader is gone", [&] { fill({.descriptor = ends[1]}, "wav"); });
-    close(ends[1]);
-    expectError(Kind::unwritable, "the disk is full", [&] { fill({.path = "/dev/full"}, "wav"); });
 }
 
 }  // namespace
