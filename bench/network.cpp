@@ -2,7 +2,6 @@
 // Bare calls of the runtime and bare transforms, against the whole Separator, against the command with its files, on
 // the same audio; the rounds of all three are interleaved, and the medians count.
 #include <onnxruntime_cxx_api.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -112,8 +112,8 @@ void writeWav(const fs::path& path, std::uint32_t rate, const std::vector<float>
     if (!file.flush()) throw std::runtime_error(path.string() + " cannot be written");
 }
 
-/// Runs a program to its end. @return its peak of resident memory in MiB.
-double run(const std::vector<std::string>& words) {
+/// Runs a program to its end.
+void run(const std::vector<std::string>& words) {
     std::vector<char*> arguments;
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
@@ -123,10 +123,8 @@ double run(const std::vector<std::string>& words) {
         _exit(127);
     }
     int status = 0;
-    rusage used{};
-    if (child < 0 || wait4(child, &status, 0, &used) != child || status != 0)
+    if (child < 0 || waitpid(child, &status, 0) != child || status != 0)
         throw std::runtime_error(words.front() + " failed");
-    return double(used.ru_maxrss) / 1024;
 }
 
 struct Folder {
@@ -141,36 +139,41 @@ struct Folder {
     fs::path path;
 };
 
-void printSection(const std::string& modelPath, const std::string& command) {
+void printSection(const std::string& modelPath, const std::string& program) {
     std::ifstream stream(modelPath, std::ios::binary);
     const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(stream), {}};
     const Folder folder;
     for (const size_t threads : {1, 2}) {
         tavrin::ModelOptions options;
         options.threads = threads;
-        const tavrin::Model model({bytes.data(), bytes.size()}, options);
-        const tavrin::ModelInfo& info = model.info();
+        std::optional<tavrin::Model> model;
+        std::optional<BareSession> session;
+        const double loading = secondsOf([&] {
+            model.emplace(tavrin::ModelData{bytes.data(), bytes.size()}, options);
+        });
+        const tavrin::ModelInfo& info = model->info();
+        const double bareLoading = secondsOf([&] { session.emplace(bytes, info, threads); });
         // So many samples that the last model call is as full as the others.
-        const size_t step = tavrin::Separator(model, {}).step();
+        const size_t step = tavrin::Separator(*model, {}).step();
         const size_t hops = kCalls * step - info.frameLength / info.hop - info.context;
         const std::vector<float> samples = noise(2 * hops * info.hop);
         writeWav(folder.path / "song.wav", info.sampleRate, samples);
 
-        BareSession session(bytes, info, threads);
+        const auto command = [&](const std::string& duration) {
+            run({program, (folder.path / "song.wav").string(), "--model", modelPath, "--threads",
+                 std::to_string(threads), "--duration", duration, "-o", folder.path.string(), "--only", "stem",
+                 "--overwrite", "--no-record", "--quiet"});
+        };
         BareTransforms transforms;
-        std::vector<double> bare, floor, library, whole;
-        double peak = 0;
+        std::vector<double> bare, floor, library, whole, start;
         for (int round = 0; round < kRounds; ++round) {
             bare.push_back(secondsOf([&] {
-                for (size_t i = 0; i < kCalls; ++i) session.run();
+                for (size_t i = 0; i < kCalls; ++i) session->run();
             }));
             floor.push_back(secondsOf([&] { transforms.block(); }) * double(hops) / kBlockFrames);
-            library.push_back(secondsOf([&] { streamThrough(model, samples); }));
-            whole.push_back(secondsOf([&] {
-                peak = run({command, (folder.path / "song.wav").string(), "--model", modelPath, "--threads",
-                            std::to_string(threads), "-o", folder.path.string(), "--only", "stem", "--overwrite",
-                            "--no-record", "--quiet"});
-            }));
+            library.push_back(secondsOf([&] { streamThrough(*model, samples); }));
+            whole.push_back(secondsOf([&] { command("1:00:00"); }));
+            start.push_back(secondsOf([&] { command("0.1"); }));
         }
         const double least = median(bare) + median(floor), seconds = double(samples.size()) / 2 / info.sampleRate;
         const auto row = [&](const char* what, double time, const char* target) {
@@ -182,7 +185,9 @@ void printSection(const std::string& modelPath, const std::string& command) {
         row("bare model calls and transforms", least, "");
         row("the library", median(library), "at most 1.03");
         row("the command, files in and out", median(whole), "at most 1.10");
-        std::printf("  %-44s %12.0f %9s\n", "the command's peak", peak, "MiB");
+        row("… of which to load and to separate a moment", median(start), "");
+        row("loading: bare session", bareLoading, "");
+        row("loading: the library's model", loading, "");
         std::fflush(stdout);
     }
 }

@@ -97,10 +97,10 @@ private:
 
     Model loadModel(const fs::path& file) {
         const std::string bytes = readBytes(file, ExitCode::modelUnusable);
-        Digest digest("SHA256");
+        Digest digest;
         digest.add(bytes.data(), bytes.size());
         _files.push_back(asFileName(file.stem().string()));
-        _loaded.record.push_back({{"name", _files.back()}, {"sha256", digest.text()}});
+        _loaded.record.push_back({{"name", _files.back()}, {"digest", digest.text()}});
         _loaded.label += (_loaded.label.empty() ? "" : ", ") + file.string();
         try {
             const ModelData data{reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), &_choice.key};

@@ -23,7 +23,7 @@ AudioReader openSong(AudioInput input, const Song& song) {
 // Of the samples that would be separated.
 std::string digestOf(const AudioInput& input, const Song& song) {
     AudioReader reader = openSong(input, song);
-    Digest digest("murmur3");
+    Digest digest;
     for (std::vector<float> block = reader.read(); !block.empty(); block = reader.read())
         digest.add(block.data(), block.size() * sizeof(float));
     return digest.text();
@@ -87,7 +87,7 @@ void separate(const Options& options, const LoadedModels& models, const Targets&
     AudioReader reader = openSong(options.input, report.song);
     Separation separation(models.stages, reader.rate());
     Results results(options.output, report.song, targets, reader, options.input.start);
-    Digest digest("murmur3");
+    Digest digest;
     const std::int64_t length = reader.length().value_or(0);
     for (std::vector<float> block = reader.read(); !block.empty(); block = reader.read()) {
         digest.add(block.data(), block.size() * sizeof(float));
