@@ -25,8 +25,8 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
 override SONG := $(value SONG)
 export SONG
 
-.PHONY: all setup setup-tests build demo test wheel test-wheel package test-packages release-check test-arm64 bench stress fuzz install docs format \
-	check-format lint clean
+.PHONY: all setup setup-tests build demo test wheel test-wheel package test-packages release-check test-arm64 bench \
+	stress fuzz install docs format check-format lint clean
 .NOTPARALLEL:
 
 all: build

@@ -376,13 +376,18 @@ std::int64_t AudioReader::claim() const {
 
 // Takes what is wanted of decoded samples; of one channel, both sides get it.
 void AudioReader::append(const float* samples, std::int64_t count, int width) {
-    const auto finite = [](float sample) { return std::isfinite(sample) ? sample : 0; };
     const std::int64_t first = std::clamp<std::int64_t>(_from - _position, 0, count);
     const std::int64_t last = std::clamp<std::int64_t>(std::min(_until, _limit) - _position, first, count);
+    const std::ptrdiff_t before = std::ssize(_ready);
+    _ready.resize(static_cast<std::size_t>(before + 2 * (last - first)));
+    float* ready = _ready.data() + before;
     for (const float* sample = samples + first * width; sample < samples + last * width; sample += width) {
-        _ready.insert(_ready.end(), {finite(sample[0]), finite(sample[width - 1])});
-        _notFinite += std::count_if(sample, sample + width, [](float value) { return !std::isfinite(value); });
+        *ready++ = sample[0];
+        *ready++ = sample[width - 1];
     }
+    const auto isBad = [](float sample) { return !std::isfinite(sample); };
+    _notFinite += std::count_if(_ready.begin() + before, _ready.end(), isBad) * width / 2;
+    std::replace_if(_ready.begin() + before, _ready.end(), isBad, 0.0F);
     _position = std::min(_position + count, std::max(_position, _limit));
     if (_position >= _until) _isOver = true;
 }

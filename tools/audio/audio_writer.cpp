@@ -203,15 +203,17 @@ void AudioWriter::encode(std::size_t least) {
 void AudioWriter::fill(AVFrame& frame, const float* samples) {
     const int channels = _output.channels;
     const bool isPlanar = av_sample_fmt_is_planar(_encoder->sample_fmt) != 0;
+    if (_kind.bits == 0) {
+        for (int c = 0; c < channels; ++c) {
+            auto* to = reinterpret_cast<float*>(frame.extended_data[isPlanar ? c : 0]) + (isPlanar ? 0 : c);
+            for (int i = 0; i < frame.nb_samples; ++i) to[isPlanar ? i : i * channels] = samples[2 * i + c];
+        }
+        return;
+    }
     const int sign = (_output.dither > 0) - (_output.dither < 0);
     const double fullScale = _kind.bits == 16 ? 32768.0 : 8388608.0;
     for (int i = 0; i < frame.nb_samples * channels; ++i) {
         const float sample = samples[i / channels * 2 + i % channels];
-        if (_kind.bits == 0) {
-            auto* plane = reinterpret_cast<float*>(frame.extended_data[isPlanar ? i % channels : 0]);
-            plane[isPlanar ? i / channels : i] = sample;
-            continue;
-        }
         const double noise = _kind.bits == 16 ? sign * (nextRandom(_noise) - nextRandom(_noise)) : 0;
         const double step = std::nearbyint(sample * fullScale + noise);
         const auto whole = static_cast<std::int32_t>(std::clamp(step, -fullScale, fullScale - 1));

@@ -73,14 +73,13 @@ void Results::write(const Parts& parts) {
 }
 
 void Results::write(Part& part, std::vector<float> samples) {
-    const bool isClamped = _options.clip == ClipPolicy::clamp;
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        float& sample = samples[i];
-        part.report.peak = std::max(part.report.peak, std::abs(sample));
-        if (!isClamped || std::abs(sample) <= 1) continue;
-        sample = std::copysign(1.0F, sample);
-        if (part.channels == 2 || i % 2 == 0) ++part.report.clipped;
-    }
+    for (const float sample : samples) part.report.peak = std::max(part.report.peak, std::abs(sample));
+    if (_options.clip == ClipPolicy::clamp && part.report.peak > 1)
+        for (std::size_t i = 0; i < samples.size(); ++i) {
+            if (std::abs(samples[i]) <= 1) continue;
+            samples[i] = std::copysign(1.0F, samples[i]);
+            if (part.channels == 2 || i % 2 == 0) ++part.report.clipped;
+        }
     if (part.waiting) {
         if (std::fwrite(samples.data(), sizeof(float), samples.size(), part.waiting.get()) != samples.size())
             throw writeFailure(part.report.file, std::strerror(errno));
