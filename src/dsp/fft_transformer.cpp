@@ -98,6 +98,7 @@ const float* PFFFTTransformer::transformStaged(bool inverse) {
     return output;
 }
 
+// In place: tables, work space and one row fit a first-level cache.
 const float* PFFFTTransformer::unorderedTransform(bool inverse) {
     pffft_transform(_setup.get(), _input.get(), _input.get(), nullptr, inverse ? PFFFT_BACKWARD : PFFFT_FORWARD);
     return _input.get();

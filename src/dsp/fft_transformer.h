@@ -54,10 +54,11 @@ public:
     /// the signal. @return N floats, valid until the next call.
     const float* transformStaged(bool inverse);
 
-    /// Forward transform of staging() into separate planes of N/2 real and imaginary parts; imaginary[0] becomes 0.
+    /// Forward transform of staging(), which is overwritten, into separate planes of N/2 real and imaginary parts;
+    /// imaginary[0] becomes 0.
     void planesOfStaged(float* real, float* imaginary);
     /// Inverse transform of such planes, imaginary[0] standing in the Nyquist slot; staging() is overwritten.
-    /// @return N samples, N times the signal, valid until the next call.
+    /// @return N samples, N times the signal, valid until the next call or write to staging().
     const float* signalOfPlanes(const float* real, const float* imaginary);
 
 private:
