@@ -9,7 +9,7 @@
 #   make release-check      all that a release needs, as a list
 #   make test-arm64         cross build for arm64 and its unit tests, run by an emulator
 #   make install            install below PREFIX
-#   make bench              one table of the library's speed and memory against its transforms: four minutes
+#   make bench [ROUNDS=3]   tables of the library's speed and memory, around nothing and around a network: six minutes
 #   make stress             ten hours of audio, shared models, damaged models: four minutes
 #   make fuzz [SECONDS=300] each fuzzer for so long (clang)
 #   make docs               the interface as a web site, build/docs/html (needs doxygen)
@@ -19,6 +19,8 @@
 PRESET ?= release
 PREFIX ?= /usr/local
 BUILD := build/$(PRESET)
+# Of the benchmark around a network, over a song of ten minutes.
+ROUNDS ?= 3
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 SOURCES = $(shell git ls-files '*.h' '*.cpp' '*.c')
 # A file's name is data, also one with $ or quotes in it: neither make nor a shell reads it.
@@ -64,7 +66,7 @@ bench: setup
 	@cmake --preset bench >/dev/null
 	@cmake --build build/bench --parallel $(JOBS) --target tavrin_bench tavrin_latency tavrin_network tavrin-separate
 	@build/bench/bench/tavrin_bench
-	@build/bench/bench/tavrin_network .deps/models/vocals.onnx build/bench/tools/tavrin-separate
+	@build/bench/bench/tavrin_network .deps/models/vocals.onnx build/bench/tools/tavrin-separate $(ROUNDS)
 
 test-arm64: setup
 	@scripts/setup.sh arm64

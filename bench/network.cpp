@@ -1,4 +1,4 @@
-// What the library and the command add to a trained network:  tavrin_network MODEL.onnx COMMAND
+// What the library and the command add to a trained network:  tavrin_network MODEL.onnx COMMAND ROUNDS
 // Bare calls of the runtime and bare transforms, against the whole Separator, against the command with its files, on
 // the same audio; the rounds of all three are interleaved, and the medians count.
 #include <onnxruntime_cxx_api.h>
@@ -9,7 +9,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -27,8 +27,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kRounds = 3;
-constexpr size_t kCalls = 24;  // four minutes at 448 new frames a call
+constexpr size_t kCalls = 58;  // ten minutes at 448 new frames a call
 constexpr size_t kHostBlock = 65536;
 
 double secondsOf(const std::function<void()>& work) {
@@ -139,7 +138,7 @@ struct Folder {
     fs::path path;
 };
 
-void printSection(const std::string& modelPath, const std::string& program) {
+void printSection(const std::string& modelPath, const std::string& program, int rounds) {
     std::ifstream stream(modelPath, std::ios::binary);
     const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(stream), {}};
     const Folder folder;
@@ -166,7 +165,7 @@ void printSection(const std::string& modelPath, const std::string& program) {
         };
         BareTransforms transforms;
         std::vector<double> bare, floor, library, whole, start;
-        for (int round = 0; round < kRounds; ++round) {
+        for (int round = 0; round < rounds; ++round) {
             bare.push_back(secondsOf([&] {
                 for (size_t i = 0; i < kCalls; ++i) session->run();
             }));
@@ -195,9 +194,9 @@ void printSection(const std::string& modelPath, const std::string& program) {
 }  // namespace
 
 int main(int argc, char** argv) try {
-    if (argc != 3) return 2;
+    if (argc != 4 || std::atoi(argv[3]) < 1) return 2;
     if (fs::exists(argv[1]))
-        printSection(argv[1], argv[2]);
+        printSection(argv[1], argv[2], std::atoi(argv[3]));
     else
         std::printf("\n%s: skipped, not there; scripts/setup.sh vocals fetches it\n", argv[1]);
     return 0;

@@ -1,6 +1,7 @@
 #include "audio/resampler.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace tavrin::tool {
 
@@ -10,19 +11,21 @@ Resampler::Resampler(int from, int to) : _from(from), _to(to) {
     if (from != to) _converter = makeConverter(stereo, AV_SAMPLE_FMT_FLT, from, to);
 }
 
-std::vector<float> Resampler::process(const std::vector<float>& samples) {
+std::vector<float> Resampler::process(std::vector<float> samples) {
     constexpr std::int64_t largestPiece = 8192;  // samples per channel
     const auto count = static_cast<std::int64_t>(samples.size() / 2);
-    std::vector<float> result;
-    if (!_converter) result = samples;
-    // What does not fit into one call would wait in libswresample, which loses it when it ends.
-    for (std::int64_t i = 0; _converter && i < count; i += largestPiece) {
-        const auto* data = reinterpret_cast<const std::uint8_t*>(&samples[static_cast<std::size_t>(2 * i)]);
-        convert(_converter.get(), &data, static_cast<int>(std::min(count - i, largestPiece)), 2, result);
+    if (_converter) {
+        std::vector<float> result;
+        // What does not fit into one call would wait in libswresample, which loses it when it ends.
+        for (std::int64_t i = 0; i < count; i += largestPiece) {
+            const auto* data = reinterpret_cast<const std::uint8_t*>(&samples[static_cast<std::size_t>(2 * i)]);
+            convert(_converter.get(), &data, static_cast<int>(std::min(count - i, largestPiece)), 2, result);
+        }
+        samples = std::move(result);
     }
     _in += count;
-    _out += static_cast<std::int64_t>(result.size() / 2);
-    return result;
+    _out += static_cast<std::int64_t>(samples.size() / 2);
+    return samples;
 }
 
 std::vector<float> Resampler::finish(std::int64_t length) {

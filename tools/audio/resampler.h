@@ -23,7 +23,7 @@ public:
     /// @param from, to samples per second.
     Resampler(int from, int to);
 
-    std::vector<float> process(const std::vector<float>& samples);
+    std::vector<float> process(std::vector<float> samples);
 
     /// Ends the stream.
     /// @param length samples per channel that all calls together are to have returned: missing ones are silent, too

@@ -42,7 +42,7 @@ public:
         const Parts last = isEnd ? _separator.finish() : Parts(stems.size());
         for (std::size_t s = 0; s < stems.size(); ++s) {
             append(stems[s], last[s]);
-            stems[s] = _toSong[s].process(stems[s]);
+            stems[s] = _toSong[s].process(std::move(stems[s]));
             if (isEnd) append(stems[s], _toSong[s].finish(_taken));
         }
         return stems;
