@@ -371,7 +371,7 @@ std::int64_t AudioReader::claim() const {
     if (_stream->duration > 0) return _stream->duration;
     // FLV and Matroska know the length of all streams together: with a video, it may be that one's.
     const bool isKnown = _format->nb_streams == 1 && _format->duration > 0;
-    return isKnown ? av_rescale_q(_format->duration, AV_TIME_BASE_Q, _stream->time_base) : 0;
+    return isKnown ? av_rescale_q(_format->duration, AVRational{1, AV_TIME_BASE}, _stream->time_base) : 0;
 }
 
 // Takes what is wanted of decoded samples; of one channel, both sides get it.
