@@ -4,8 +4,10 @@
 
 #include <chrono>
 #include <exception>
+#include <future>
 #include <set>
 #include <system_error>
+#include <utility>
 
 #include "common/messages.h"
 #include "separate/digest.h"
@@ -89,12 +91,18 @@ void separate(const Options& options, const LoadedModels& models, const Targets&
     Results results(options.output, report.song, targets, reader, options.input.start);
     Digest digest;
     const std::int64_t length = reader.length().value_or(0);
+    std::future<void> written;  // what is separated is written while more is, where a thread can be had for it
+    const auto write = [&](Parts parts) {
+        if (written.valid()) written.get();
+        written = std::async([&results, parts = std::move(parts)] { results.write(parts); });
+    };
     for (std::vector<float> block = reader.read(); !block.empty(); block = reader.read()) {
         digest.add(block.data(), block.size() * sizeof(float));
-        results.write(separation.process(block));
+        if (Parts parts = separation.process(block); !parts.front().empty()) write(std::move(parts));
         bar.show(separation.samplesDone(), length);
     }
-    results.write(separation.finish());
+    write(separation.finish());
+    written.get();
     report.rate = reader.rate();
     report.audio = digest.text();
     report.provider = models.provider;
