@@ -176,21 +176,19 @@ int main(int argc, char** argv) {
 
     SteadyStream first(idleModel(), interleaved, block), other(idleModel(), interleaved, block);
     BareTransforms otherTransforms;
-    const auto run = [](auto& work) {
-        for (size_t i = 0; i < kThreadBlocks; ++i) work.block();
+    const auto measureThreads = [](const std::string& name, auto& work, auto& otherWork) {
+        const auto run = [](auto& blocks) {
+            for (size_t i = 0; i < kThreadBlocks; ++i) blocks.block();
+        };
+        measure((name + "one thread").c_str(), [&work, run] { std::thread([&] { run(work); }).join(); });
+        measure((name + "two threads").c_str(), [&work, &otherWork, run] {
+            std::thread beside([&] { run(otherWork); });
+            run(work);
+            beside.join();
+        });
     };
-    measure("one thread", [&] { std::thread([&] { run(first); }).join(); });
-    measure("two threads", [&] {
-        std::thread beside([&] { run(other); });
-        run(first);
-        beside.join();
-    });
-    measure("floor on one thread", [&] { std::thread([&] { run(transforms); }).join(); });
-    measure("floor on two threads", [&] {
-        std::thread beside([&] { run(otherTransforms); });
-        run(transforms);
-        beside.join();
-    });
+    measureThreads("", first, other);
+    measureThreads("floor on ", transforms, otherTransforms);
 
     Medians medians;
     benchmark::RunSpecifiedBenchmarks(&medians);
