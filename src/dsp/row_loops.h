@@ -70,11 +70,18 @@ inline void interleave(const float* TAVRIN_RESTRICT left, const float* TAVRIN_RE
 /// The bits that are all set in infinities and in what is not a number, and in nothing else.
 inline constexpr std::uint32_t kExponentBits = 0x7f800000;
 
-/// Replaces what is not finite by silence.
-inline void silenceNonFinite(float* row, size_t n) {
+/// A sample, or silence in the place of one that is not finite.
+inline float finiteOrSilence(float sample) {
+    const auto bits = std::bit_cast<std::uint32_t>(sample);
+    return std::bit_cast<float>((bits & kExponentBits) == kExponentBits ? 0 : bits);
+}
+
+/// left[i], right[i] ← interleaved[2i], interleaved[2i + 1], or silence
+inline void deinterleaveFinite(const float* TAVRIN_RESTRICT interleaved, size_t n, float* TAVRIN_RESTRICT left,
+                               float* TAVRIN_RESTRICT right) {
     for (size_t i = 0; i < n; ++i) {
-        const auto bits = std::bit_cast<std::uint32_t>(row[i]);
-        row[i] = (bits & kExponentBits) == kExponentBits ? 0.0f : row[i];
+        left[i] = finiteOrSilence(interleaved[2 * i]);
+        right[i] = finiteOrSilence(interleaved[2 * i + 1]);
     }
 }
 

@@ -8,12 +8,11 @@ void tavrin::SampleRing::append(const float* left, const float* right, size_t st
         const size_t count = std::min(n - written, _capacity - at);
         float* const rows[] = {row(0) + at, row(1) + at};
         if (step == 2 && right == left + 1) {
-            deinterleave(left + 2 * written, count, rows[0], rows[1]);
+            deinterleaveFinite(left + 2 * written, count, rows[0], rows[1]);
         } else {
-            for (size_t i = 0; i < count; ++i) rows[0][i] = left[(written + i) * step];
-            for (size_t i = 0; i < count; ++i) rows[1][i] = right[(written + i) * step];
+            for (size_t i = 0; i < count; ++i) rows[0][i] = finiteOrSilence(left[(written + i) * step]);
+            for (size_t i = 0; i < count; ++i) rows[1][i] = finiteOrSilence(right[(written + i) * step]);
         }
-        for (float* samples : rows) silenceNonFinite(samples, count);
         written += count;
         _end += count;
     }
