@@ -3,6 +3,8 @@
 #include <cmath>
 #include <cstdio>
 #include <exception>
+#include <functional>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -16,34 +18,33 @@ namespace {
 using namespace tavrin::tool;
 using Samples = std::vector<float>;  // interleaved stereo
 
-// The parts are a float sum away from the mix: more than this is a fault.
-constexpr double largestDeviationDb = -120.0;
-
 struct Track {
     Samples samples;
     int rate = 0;
 };
 
+// Adds `gain` times the samples to those from `at` on; the sum becomes longer where that takes it.
+void add(Samples& sum, const Samples& samples, double gain = 1, std::size_t at = 0) {
+    sum.resize(std::max(sum.size(), at + samples.size()));
+    for (std::size_t i = 0; i < samples.size(); ++i) sum[at + i] += static_cast<float>(gain) * samples[i];
+}
+
 // A whole file, at its own rate or at another one.
 Track load(const std::string& path, int rate = 0) {
-    AudioInput input;
-    input.place.path = path;
-    AudioReader reader(input);
+    AudioReader reader({.place = {.path = path}});
     Track track{{}, rate > 0 ? rate : reader.rate()};
     Resampler resampler(reader.rate(), track.rate);
-    const auto append = [&](const Samples& more) {
-        track.samples.insert(track.samples.end(), more.begin(), more.end());
-    };
+    const auto append = [&](const Samples& more) { add(track.samples, more, 1, track.samples.size()); };
     for (Samples block = reader.read(); !block.empty(); block = reader.read()) append(resampler.process(block));
     append(resampler.finish());
     if (reader.isDamaged()) throw std::runtime_error(path + ": is damaged; delete it and run the demo again");
     return track;
 }
 
-// Adds `gain` times the samples; the sum becomes as long as the longer one.
-void add(Samples& sum, const Samples& samples, float gain = 1) {
-    sum.resize(std::max(sum.size(), samples.size()));
-    for (std::size_t i = 0; i < samples.size(); ++i) sum[i] += gain * samples[i];
+// The sum of all squares.
+double power(const Samples& samples) {
+    return std::inner_product(samples.begin(), samples.end(), samples.begin(), 0.0, std::plus(),
+                              std::multiplies<double>());
 }
 
 // Float samples: a sum beyond full scale is kept.
@@ -61,92 +62,67 @@ void write(const std::string& output, const Track& track) {
 // @param tracks a gain in decibels and a file, in turn; the first file gives the rate.
 void mix(const std::string& output, const std::vector<std::string>& tracks) {
     Track sum;
-    for (std::size_t i = 0; i + 1 < tracks.size(); i += 2) {
+    for (std::size_t i = 0; i < tracks.size(); i += 2) {
         Track track = load(tracks[i + 1], sum.rate);
-        if (sum.rate == 0) sum.samples.resize(track.samples.size());
+        if (sum.rate == 0) sum = {Samples(track.samples.size()), track.rate};
         track.samples.resize(sum.samples.size());
-        sum.rate = track.rate;
-        add(sum.samples, track.samples, static_cast<float>(std::pow(10, std::stod(tracks[i]) / 20)));
+        add(sum.samples, track.samples, std::pow(10, std::stod(tracks[i]) / 20));
     }
     write(output, sum);
 }
 
-// Signal-to-distortion ratio: 10 log10(sum s^2 / sum (s - e)^2) over all samples of both channels.
-double ratio(const Samples& signal, const Samples& estimate) {
-    double power = 0;
-    double distortion = 0;
-    for (std::size_t i = 0; i < std::min(signal.size(), estimate.size()); ++i) {
-        power += static_cast<double>(signal[i]) * signal[i];
-        distortion += std::pow(static_cast<double>(signal[i]) - estimate[i], 2);
-    }
-    return 10 * std::log10(power / distortion);
-}
-
 // Writes recordings one after the other, each as loud as the others, with pauses between them. The first begins at
-// `start` seconds.
+// `start` seconds and gives the rate.
 void join(const std::string& output, double start, const std::vector<std::string>& files) {
     constexpr double pause = 0.3;  // seconds
     constexpr double level = 0.1;  // root mean square, of full scale
     Track sum;
     for (const std::string& path : files) {
-        Track track = load(path, sum.rate);
-        if (sum.rate == 0) sum.samples.resize(2 * static_cast<std::size_t>(start * track.rate));
-        sum.rate = track.rate;
-        double power = 1e-9;
-        for (const float sample : track.samples) power += static_cast<double>(sample) * sample;
-        const double gain =
-            level / std::sqrt(power / static_cast<double>(std::max<std::size_t>(1, track.samples.size())));
-        for (const float sample : track.samples) sum.samples.push_back(static_cast<float>(gain) * sample);
-        sum.samples.resize(sum.samples.size() + 2 * static_cast<std::size_t>(pause * track.rate));
+        const auto [samples, rate] = load(path, sum.rate);
+        if (sum.rate == 0) sum = {Samples(2 * static_cast<std::size_t>(start * rate)), rate};
+        const double loudness =
+            std::sqrt((power(samples) + 1e-9) / static_cast<double>(std::max<std::size_t>(1, samples.size())));
+        add(sum.samples, samples, level / loudness, sum.samples.size());
+        sum.samples.resize(sum.samples.size() + 2 * static_cast<std::size_t>(pause * rate));
     }
     write(output, sum);
 }
 
-// Splits at each ":".
-std::vector<std::vector<std::string>> groupsOf(const std::vector<std::string>& words) {
-    std::vector<std::vector<std::string>> groups(1);
-    for (const std::string& word : words) {
-        if (word != ":") groups.back().push_back(word);
-        if (word == ":") groups.emplace_back();
-    }
-    return groups;
+// Signal-to-distortion ratio: 10 log10(sum s^2 / sum (s - e)^2) over all samples of both channels.
+double ratio(const Samples& signal, Samples estimate) {
+    add(estimate, signal, -1);
+    return 10 * std::log10(power(signal) / power(estimate));
 }
 
-// Prints how near the stems come to the tracks. Returns whether all stems are as long as the mix, and each column's add
-// up to it.
-// @param table the columns' names, then for each row its name, its track and the stem that is to be it in each column.
-bool score(const std::string& mixFile, const std::vector<std::vector<std::string>>& table) {
-    const Track mix = load(mixFile);
-    const std::vector<std::string>& columns = table.front();
-    std::vector<Samples> sums(columns.size());
-    bool isWhole = true;
+// Prints how near the stems come to the tracks. Returns whether each column's stems add up to the mix.
+// @param table names of columns, then for each row a ":", its name, its track, and the stem of each column.
+bool score(const std::string& mixFile, const std::vector<std::string>& table, std::size_t columns) {
+    const auto [mix, rate] = load(mixFile);
+    std::vector<Samples> sums(columns);
     std::printf("  %-8s %12s", "", "in the mix");
-    for (const std::string& column : columns) std::printf(" %10s", column.c_str());
+    for (std::size_t i = 0; i < columns; ++i) std::printf(" %10s", table[i].c_str());
     std::printf("   (signal-to-distortion ratio, dB)\n");
-    for (std::size_t row = 1; row < table.size(); ++row) {
-        Samples track = load(table[row][1], mix.rate).samples;
-        track.resize(mix.samples.size());
-        std::printf("  %-8s %12.1f", table[row][0].c_str(), ratio(track, mix.samples));
-        for (std::size_t column = 0; column < columns.size(); ++column) {
-            const Samples stem = load(table[row][2 + column]).samples;
+    for (std::size_t row = columns; row < table.size(); row += 3 + columns) {
+        Samples track = load(table[row + 2], rate).samples;
+        track.resize(mix.size());
+        std::printf("  %-8s %12.1f", table[row + 1].c_str(), ratio(track, mix));
+        for (std::size_t i = 0; i < columns; ++i) {
+            const std::string& file = table[row + 3 + i];
+            const Samples stem = load(file).samples;
+            if (stem.size() != mix.size()) throw std::runtime_error(file + ": is not as long as the mix");
             std::printf(" %10.1f", ratio(track, stem));
-            isWhole = isWhole && stem.size() == mix.samples.size();
-            add(sums[column], stem);
+            add(sums[i], stem);
         }
         std::printf("\n");
     }
-    if (!isWhole) {
-        std::fprintf(stderr, "tavrin-demo-audio: the stems are not as long as the mix\n");
-        return false;
-    }
     float deviation = 0;
     for (Samples& sum : sums) {
-        add(sum, mix.samples, -1);
+        add(sum, mix, -1);
         for (const float difference : sum) deviation = std::max(deviation, std::abs(difference));
     }
     const double deviationDb = 20 * std::log10(deviation);
     std::printf("  stems together against the mix: at most %.0f dB of full scale apart\n", deviationDb);
-    return deviationDb <= largestDeviationDb;
+    return deviationDb <= -120;  // they are a float sum away from the mix: more is a fault
 }
 
 constexpr const char* usage =
@@ -165,10 +141,10 @@ int run(const std::vector<std::string>& words) {
         join(words[1], std::stod(more[0]), {more.begin() + 1, more.end()});
         return 0;
     }
-    const auto table = groupsOf(more);
-    const auto fits = [&](const auto& row) { return row.size() == 2 + table[0].size(); };
-    if (verb == "score" && !table[0].empty() && table.size() > 1 && std::all_of(table.begin() + 1, table.end(), fits))
-        return score(words[1], table) ? 0 : 1;
+    const auto columns = static_cast<std::size_t>(std::find(more.begin(), more.end(), ":") - more.begin());
+    const std::size_t rows = more.size() - columns;  // words of all of them
+    if (verb == "score" && columns > 0 && rows > 0 && rows % (3 + columns) == 0)
+        return score(words[1], more, columns) ? 0 : 1;
     std::fputs(usage, stderr);
     return 2;
 }

@@ -4,14 +4,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <map>
 #include <new>
-#include <optional>
 #include <random>
-#include <set>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -28,6 +28,8 @@ namespace tavrin::tool {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr const char* footer =
     "Examples:\n"
     "  tavrin-model list\n"
@@ -36,26 +38,6 @@ constexpr const char* footer =
     "  tavrin-model unscramble vocals.bin -o vocals.onnx --key-file key.txt\n\n"
     "Exit codes: 0 done, 1 wrong usage, 2 file unreadable, 3 model unusable,\n"
     "4 write failed, 7 out of memory or threads; 128 + N after signal N.\n";
-
-constexpr std::size_t timedRuns = 5;
-
-Ort::Value makeInput(const ModelTensor& tensor) {
-    Ort::AllocatorWithDefaultOptions memory;
-    const bool isFlag = tensor.elementType == "bool";
-    Ort::Value value =
-        Ort::Value::CreateTensor(memory, tensor.shape.data(), tensor.shape.size(),
-                                 isFlag ? ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL : ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT);
-    const std::size_t count = value.GetTensorTypeAndShapeInfo().GetElementCount();
-    if (isFlag) {
-        std::fill_n(value.GetTensorMutableData<bool>(), count, true);
-    } else {
-        // A tenth of a full-scale sine's peak, about.
-        std::mt19937 random;
-        std::uniform_real_distribution<float> level(-100, 100);
-        std::generate_n(value.GetTensorMutableData<float>(), count, [&] { return level(random); });
-    }
-    return value;
-}
 
 // On the CPU, without the library around it: also a model that the library refuses.
 Ort::Session openSession(const std::string& bytes) {
@@ -68,45 +50,41 @@ Ort::Session openSession(const std::string& bytes) {
     return {environment, bytes.data(), bytes.size(), Ort::SessionOptions()};
 }
 
-// How many seconds one run on noise takes, every flag set: the median of a few after a first one that does not count.
+// Of a flag, true; of a spectrum, noise about a tenth as loud as a full-scale sine at its peak.
+Ort::Value makeInput(const ModelTensor& tensor) {
+    const Ort::AllocatorWithDefaultOptions memory;
+    if (tensor.elementType == "bool") {
+        Ort::Value flag = Ort::Value::CreateTensor<bool>(memory, tensor.shape.data(), tensor.shape.size());
+        flag.At<bool>({0}) = true;
+        return flag;
+    }
+    Ort::Value spectrum = Ort::Value::CreateTensor<float>(memory, tensor.shape.data(), tensor.shape.size());
+    std::mt19937 random;
+    std::uniform_real_distribution<float> level(-100, 100);
+    std::generate_n(spectrum.GetTensorMutableData<float>(), spectrum.GetTensorTypeAndShapeInfo().GetElementCount(),
+                    [&] { return level(random); });
+    return spectrum;
+}
+
+// How many seconds one run takes: the median of five after a first one that does not count.
 double timeOneBlock(Ort::Session& session, const ModelSignature& model) {
-    std::vector<const char*> inputNames;
-    std::vector<const char*> outputNames;
-    std::vector<Ort::Value> inputs;
-    for (const ModelTensor& input : model.inputs) {
-        inputNames.push_back(input.name.c_str());
-        inputs.push_back(makeInput(input));
-    }
-    for (const ModelTensor& output : model.outputs) outputNames.push_back(output.name.c_str());
-
-    std::vector<double> times;
-    for (std::size_t run = 0; run <= timedRuns; ++run) {
+    Ort::IoBinding binding(session);
+    for (const ModelTensor& input : model.inputs) binding.BindInput(input.name.c_str(), makeInput(input));
+    const auto memory = Ort::MemoryInfo::CreateCpu(OrtDeviceAllocator, OrtMemTypeDefault);
+    for (const ModelTensor& output : model.outputs) binding.BindOutput(output.name.c_str(), memory);
+    std::array<std::chrono::duration<double>, 6> times;
+    for (auto& time : times) {
         const auto start = std::chrono::steady_clock::now();
-        session.Run({}, inputNames.data(), inputs.data(), inputs.size(), outputNames.data(), outputNames.size());
-        const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-        if (run > 0) times.push_back(time.count());
+        session.Run({}, binding);
+        time = std::chrono::steady_clock::now() - start;
     }
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
+    std::sort(times.begin() + 1, times.end());
+    return times[3].count();
 }
 
-void print(const char* role, const ModelTensor& tensor) {
-    std::printf("%-7s %s: %s\n", role, printable(tensor.name).c_str(), printable(describe(tensor)).c_str());
-}
-
-// What the file says, and, if it may be given to the runtime, its inputs and outputs.
-ModelDescription read(const std::string& bytes, std::optional<Ort::Session>& session) {
-    ModelDescription model{readOnnxFile(bytes.data(), bytes.size())};
-    if (!model.file.whole || !model.file.outside.empty()) return model;
-    try {
-        session.emplace(openSession(bytes));
-    } catch (const std::exception& reason) {
-        throw std::runtime_error(loadProblem(model.file, reason.what()));
-    }
-    model.signature = readSignature(*session);
-    for (const ModelTensor& input : model.signature->inputs) print("input", input);
-    for (const ModelTensor& output : model.signature->outputs) print("output", output);
-    return model;
+void print(const char* role, const std::vector<ModelTensor>& tensors) {
+    for (const ModelTensor& tensor : tensors)
+        std::printf("%-7s %s: %s\n", role, printable(tensor.name).c_str(), printable(describe(tensor)).c_str());
 }
 
 void print(const ModelFacts& facts) {
@@ -117,12 +95,22 @@ void print(const ModelFacts& facts) {
 }
 
 void inspect(const std::string& name, const std::string& keyFile) {
-    const std::filesystem::path file = modelNamed(name);
+    const fs::path file = modelNamed(name);
     std::string bytes = readBytes(file);
     if (!keyFile.empty()) bytes = withKey(std::move(bytes), readKey(keyFile));
     std::printf("%s: %zu bytes\n", printable(file.string()).c_str(), bytes.size());
-    std::optional<Ort::Session> session;
-    const ModelDescription model = read(bytes, session);
+    ModelDescription model{readOnnxFile(bytes.data(), bytes.size())};
+    Ort::Session session{nullptr};
+    if (model.file.whole && model.file.outside.empty()) {  // otherwise the runtime must not have it
+        try {
+            session = openSession(bytes);
+        } catch (const std::exception& reason) {
+            throw std::runtime_error(loadProblem(model.file, reason.what()));
+        }
+        model.signature = readSignature(session);
+        print("input", model.signature->inputs);
+        print("output", model.signature->outputs);
+    }
     const auto [problems, facts] = judge(model);
     std::printf("meets the contract: %s\n", problems.empty() ? "yes" : "no");
     for (const std::string& problem : problems) std::printf("  %s\n", printable(problem).c_str());
@@ -131,40 +119,39 @@ void inspect(const std::string& name, const std::string& keyFile) {
                       file.string() + ": does not meet the contract; the list above says what to change");
     print(facts);
     std::fflush(stdout);  // in case that a run takes long
-    const double seconds = timeOneBlock(*session, *model.signature);
+    const double seconds = timeOneBlock(session, *model.signature);
     const double served = static_cast<double>((facts.frames - 2 * facts.context) * facts.hop) / facts.sampleRate;
     std::printf("one block, %.1f s of music, takes %.1f ms on the CPU (%.0f times real time)\n", served, 1000 * seconds,
                 served / seconds);
 }
 
 // What a model says of itself, in one line.
-std::string summaryOf(const std::filesystem::path& file) {
+std::string summaryOf(const fs::path& file) {
     const std::string bytes = readBytes(file);
     std::map<std::string, std::string> about = readOnnxFile(bytes.data(), bytes.size()).metadata;
     std::string line = about["tavrin.title"];
     for (const char* key : {"tavrin.stems", "tavrin.licence"}) {
         if (!about[key].empty()) line += (line.empty() ? "" : "; ") + std::string(key).substr(7) + ": " + about[key];
     }
-    return printable(line);
+    return line;
 }
 
 void list() {
-    std::set<std::string> known;
-    for (const std::filesystem::path& folder : modelFolders()) {
+    std::map<std::string, fs::path> models;  // of each name the first that is found
+    for (const fs::path& folder : modelFolders()) {
         std::error_code none;
-        std::vector<std::filesystem::path> files;
-        for (std::filesystem::directory_iterator entry(folder, none), end; !none && entry != end; entry.increment(none))
-            files.push_back(entry->path());
-        std::sort(files.begin(), files.end());
-        for (const std::filesystem::path& file : files) {
-            if (file.extension() != ".onnx" || !known.insert(file.stem()).second) continue;
-            std::printf("%-12s %s\n%-12s %s\n", printable(file.stem()).c_str(), summaryOf(file).c_str(), "",
-                        printable(file).c_str());
+        for (fs::directory_iterator entry(folder, none), end; !none && entry != end; entry.increment(none)) {
+            const fs::path& file = entry->path();
+            if (file.extension() == ".onnx") models.emplace(file.stem(), file);
         }
     }
-    for (const OtherModel& other : otherModels) {
-        if (!known.contains(other.name))
-            std::printf("%-12s %s\n%-12s not here; get it with: %s\n", other.name, other.what, "", other.howToGet);
+    const auto entry = [](const std::string& name, const std::string& what, const std::string& where) {
+        std::printf("%-12s %s\n%-12s %s\n", printable(name).c_str(), printable(what).c_str(), "",
+                    printable(where).c_str());
+    };
+    for (const auto& [name, file] : models) entry(name, summaryOf(file), file);
+    for (const auto& [name, what, howToGet] : otherModels) {
+        if (!models.contains(name)) entry(name, what, std::string("not here; get it with: ") + howToGet);
     }
 }
 
@@ -188,12 +175,10 @@ ExitCode run(int argc, const char* const* argv) {
     for (const auto& [name, text] : {std::pair{"scramble", "Scramble a file with a key"},
                                      std::pair{"unscramble", "Undo scramble with the same key"}}) {
         CLI::App* command = app.add_subcommand(name, text);
-        command->add_option("FILE", file, "The file to read")->required();
-        command->add_option("-o,--output", output, "The file to write; an old one is replaced")
-            ->required()
-            ->type_name("FILE");
+        command->option_defaults()->required();
+        command->add_option("FILE", file, "The file to read");
+        command->add_option("-o,--output", output, "The file to write; an old one is replaced")->type_name("FILE");
         command->add_option("--key-file", keyFile, "File whose content is the key; its last line end does not count")
-            ->required()
             ->type_name("FILE");
         command->callback([&] { scrambleFile(file, output, keyFile); });
     }

@@ -14,7 +14,7 @@
 #include "separate/names.h"
 #include "separate/options.h"
 #include "separate/record.h"
-#include "spectrogram/spectrogram_picture.h"
+#include "spectrogram/spectrogram.h"
 #include "stems/separation.h"
 
 namespace tavrin::tool {

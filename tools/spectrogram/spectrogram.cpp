@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
+#include <memory>
 #include <new>
 #include <numbers>
 
@@ -12,9 +14,8 @@ namespace tavrin::tool {
 namespace {
 
 constexpr std::size_t windowLength = 4096;
-constexpr std::size_t firstHop = windowLength / 16;
 constexpr std::size_t largestHop = windowLength / 4;
-constexpr double lowestHertz = 40;  // of a logarithmic scale
+constexpr std::size_t maxColumns = 2048;  // even
 
 // Hann, scaled so that a sine of amplitude 1 has a magnitude of 1.
 std::vector<float> hann() {
@@ -26,100 +27,81 @@ std::vector<float> hann() {
     return window;
 }
 
+// The power of each bin, both channels together. That of the first one, a constant, is left out.
+std::array<float, windowLength / 2 + 1> powerOf(const float* samples) {
+    using Setup = std::unique_ptr<PFFFT_Setup, decltype(&pffft_destroy_setup)>;
+    static const Setup setup(pffft_new_setup(windowLength, PFFFT_COMPLEX), pffft_destroy_setup);
+    static const std::vector<float> window = hann();
+    if (!setup) throw std::bad_alloc();
+    // Left and right as real and imaginary part: one transform serves both.
+    alignas(64) std::array<std::complex<float>, windowLength> spectrum;
+    for (std::size_t i = 0; i < windowLength; ++i)
+        spectrum[i] = {samples[2 * i] * window[i], samples[2 * i + 1] * window[i]};
+    auto* const values = reinterpret_cast<float*>(spectrum.data());
+    pffft_transform_ordered(setup.get(), values, values, nullptr, PFFFT_FORWARD);
+    // The squared magnitudes of the bins k and N - k add up to twice those of left and right at bin k.
+    std::array<float, windowLength / 2 + 1> bins{};
+    for (std::size_t k = 1; k < windowLength / 2; ++k)
+        bins[k] = (std::norm(spectrum[k]) + std::norm(spectrum[windowLength - k])) / 4;
+    return bins;
+}
+
+void takeLouder(Spectrogram::Column& column, const Spectrogram::Column& other) {
+    for (std::size_t row = 0; row < column.size(); ++row) column[row] = std::max(column[row], other[row]);
+}
+
 }  // namespace
 
-FrequencyScale::FrequencyScale(int rate, bool linear)
-    : lowest(linear ? 0 : lowestHertz), highest(rate / 2.0), isLinear(linear) {}
-
-double FrequencyScale::hertzAt(double share) const {
-    return isLinear ? lowest + share * (highest - lowest) : lowest * std::pow(highest / lowest, share);
-}
-
-double FrequencyScale::shareOf(double hertz) const {
-    return isLinear ? (hertz - lowest) / (highest - lowest) : std::log(hertz / lowest) / std::log(highest / lowest);
-}
-
-void Spectrogram::Free::operator()(PFFFT_Setup* setup) const { pffft_destroy_setup(setup); }
-void Spectrogram::Free::operator()(float* aligned) const { pffft_aligned_free(aligned); }
-
 // Half a window of silence first: a column begins at its first window's middle.
-Spectrogram::Spectrogram(int rate, const FrequencyScale& scale)
-    : _window(hann()),
-      _setup(pffft_new_setup(windowLength, PFFFT_COMPLEX)),
-      _spectrum(static_cast<float*>(pffft_aligned_malloc(2 * windowLength * sizeof(float)))),
-      _bins(windowLength / 2 + 1),
-      _waiting(windowLength),
-      _hop(firstHop) {
-    if (!_setup || !_spectrum) throw std::bad_alloc();
+Spectrogram::Spectrogram(const FrequencyScale& scale) : _waiting(windowLength) {
     for (std::size_t row = 0; row <= rows; ++row) {
-        const double hertz = scale.hertzAt(static_cast<double>(row) / rows);
-        _edges.push_back(static_cast<float>(hertz / rate * windowLength));
+        const double share = scale.hertzAt(static_cast<double>(row) / rows) / scale.highest;
+        _edges.push_back(static_cast<float>(share * windowLength / 2));
     }
 }
 
 void Spectrogram::add(const std::vector<float>& samples) {
-    _samples += samples.size() / 2;
     _waiting.insert(_waiting.end(), samples.begin(), samples.end());
     std::size_t at = 0;
-    for (; at + 2 * windowLength <= _waiting.size(); at += 2 * _hop) analyse(_waiting.data() + at);
+    while (at + 2 * windowLength <= _waiting.size()) {
+        analyse(_waiting.data() + at);
+        // Windows move apart as columns grow, which saves time, as far as they still hear every sample.
+        const std::size_t hop = std::min(_columnLength, largestHop);
+        _analysed += hop;
+        at += 2 * hop;
+    }
     _waiting.erase(_waiting.begin(), _waiting.begin() + static_cast<std::ptrdiff_t>(at));
 }
 
-void Spectrogram::finish() {
-    const std::size_t samples = _samples;
-    add(std::vector<float>(windowLength));
-    _samples = samples;
-}
+void Spectrogram::finish() { add(std::vector<float>(windowLength)); }
 
 void Spectrogram::analyse(const float* samples) {
-    // Left and right as real and imaginary part: one transform serves both.
-    float* const spectrum = _spectrum.get();
-    for (std::size_t i = 0; i < 2 * windowLength; ++i) spectrum[i] = samples[i] * _window[i / 2];
-    pffft_transform_ordered(_setup.get(), spectrum, spectrum, nullptr, PFFFT_FORWARD);
-    const auto norm = [&](std::size_t k) {
-        return spectrum[2 * k] * spectrum[2 * k] + spectrum[2 * k + 1] * spectrum[2 * k + 1];
-    };
-    // The squared magnitudes of the bins k and N - k add up to twice those of left and right at bin k.
-    for (std::size_t k = 1; k < windowLength / 2; ++k) _bins[k] = (norm(k) + norm(windowLength - k)) / 4;
-    if (_windows == maxColumns * _perColumn) halve();
-    const std::size_t column = _windows / _perColumn;
-    _power.resize((column + 1) * rows);
-    for (std::size_t row = 0; row < rows; ++row) {
-        float& power = _power[column * rows + row];
-        power = std::max(power, rowPower(row));
-    }
-    ++_windows;
-}
-
-// The loudest bin of the row; where rows are narrower than bins, a value between its neighbours.
-float Spectrogram::rowPower(std::size_t row) const {
-    const float low = _edges[row];
-    const auto below = static_cast<std::size_t>(low);
-    const float above = low - static_cast<float>(below);
-    float power = _bins[below] * (1 - above) + _bins[std::min(below + 1, _bins.size() - 1)] * above;
-    for (std::size_t k = below + 1; static_cast<float>(k) < _edges[row + 1]; ++k) power = std::max(power, _bins[k]);
-    return power;
-}
-
-// First the windows move apart, which costs less time as well; then columns take in more windows.
-void Spectrogram::halve() {
-    for (std::size_t column = 0; column < maxColumns / 2; ++column) {
-        for (std::size_t row = 0; row < rows; ++row) {
-            _power[column * rows + row] =
-                std::max(_power[2 * column * rows + row], _power[(2 * column + 1) * rows + row]);
+    if (_analysed == maxColumns * _columnLength) {
+        for (std::size_t i = 0; i < maxColumns / 2; ++i) {
+            _columns[i] = _columns[2 * i];
+            takeLouder(_columns[i], _columns[2 * i + 1]);
         }
+        _columns.resize(maxColumns / 2);
+        _columnLength *= 2;
     }
-    _power.resize(maxColumns / 2 * rows);
-    if (_hop < largestHop) {
-        _hop *= 2;
-        _windows /= 2;
-    } else {
-        _perColumn *= 2;
+    _columns.resize(_analysed / _columnLength + 1);
+    const auto bins = powerOf(samples);
+    for (std::size_t row = 0; row < rows; ++row) {
+        // The loudest bin of the row; where rows are narrower than bins, a value between its neighbours.
+        const auto below = static_cast<std::size_t>(_edges[row]);
+        const float above = _edges[row] - static_cast<float>(below);
+        float& power = _columns.back()[row];
+        power = std::max(power, bins[below] * (1 - above) + bins[below + 1] * above);
+        for (std::size_t k = below + 1; static_cast<float>(k) < _edges[row + 1]; ++k) power = std::max(power, bins[k]);
     }
 }
 
-float Spectrogram::decibels(std::size_t column, std::size_t row) const {
-    return 10 * std::log10(_power[column * rows + row] + 1e-20F);
+Spectrogram::Column Spectrogram::loudest(std::size_t from, std::size_t to) const {
+    const std::size_t last = _columns.size() - 1;
+    Column column = _columns[std::min(from / _columnLength, last)];
+    for (std::size_t i = from / _columnLength + 1; i < std::min(to / _columnLength, last); ++i)
+        takeLouder(column, _columns[i]);
+    return column;
 }
 
 }  // namespace tavrin::tool

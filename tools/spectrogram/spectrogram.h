@@ -1,39 +1,47 @@
 /// @file
-/// How loud a stream is at every time and frequency.
+/// How loud streams are at every time and frequency, and the picture of it that --spectrogram writes.
 #pragma once
 
+#include <array>
+#include <cmath>
 #include <cstddef>
-#include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
-struct PFFFT_Setup;
+#include "common/hidden_file.h"
 
 namespace tavrin::tool {
 
-/// How frequencies lie on an axis.
+/// How frequencies lie on an axis: from 0 in even steps, or in octaves of equal length.
 struct FrequencyScale {
-    double lowest;  ///< Hz
-    double highest;
-    bool isLinear;  ///< false: every octave is equally long
+    double lowest;   ///< Hz; 0: even steps
+    double highest;  ///< Hz
 
-    /// From 0 to half the rate, or from 40 Hz to it.
-    FrequencyScale(int rate, bool linear);
-
-    double hertzAt(double share) const;  ///< share of the axis, from 0 to 1
-    double shareOf(double hertz) const;
+    bool isLinear() const { return lowest == 0; }
+    /// @param share of the axis, from 0 to 1.
+    double hertzAt(double share) const {
+        return isLinear() ? share * highest : lowest * std::pow(highest / lowest, share);
+    }
+    double shareOf(double hertz) const {
+        return isLinear() ? hertz / highest : std::log(hertz / lowest) / std::log(highest / lowest);
+    }
 };
 
-/// The spectrogram of a stereo stream of any length in bounded memory: columns of equal length in time, at most
-/// maxColumns of them. When they are full, every two become one, and from then on each covers twice the time.
+/// The spectrogram of a stereo stream of any length in bounded memory: columns of equal length in time. When there are
+/// too many, every two become one, and from then on each covers twice the time.
 ///
 /// A cell holds the loudest moment in its stretch of time and of frequencies, both channels together, so that short
 /// and narrow sounds do not vanish.
 class Spectrogram {
 public:
-    static constexpr std::size_t maxColumns = 2048;  ///< even
-    static constexpr std::size_t rows = 256;         ///< of equal height on the scale
+    static constexpr std::size_t rows = 256;  ///< of equal height on the scale
 
-    Spectrogram(int rate, const FrequencyScale& scale);
+    /// Power from the lowest row up. A sine of amplitude 1 in both channels has 1.
+    using Column = std::array<float, rows>;
+
+    /// @param scale up to half the stream's rate.
+    explicit Spectrogram(const FrequencyScale& scale);
 
     /// @param samples interleaved.
     void add(const std::vector<float>& samples);
@@ -41,34 +49,39 @@ public:
     /// After the last samples.
     void finish();
 
-    std::size_t columns() const { return _power.size() / rows; }
-    std::size_t samplesPerColumn() const { return _hop * _perColumn; }  ///< per channel
-    std::size_t samples() const { return _samples; }                    ///< of the stream, per channel
-
-    /// Decibels of full scale: a sine of amplitude 1 in both channels has 0 dB.
-    float decibels(std::size_t column, std::size_t row) const;
+    /// The loudest of a stretch. @param from, to samples per channel.
+    Column loudest(std::size_t from, std::size_t to) const;
 
 private:
-    struct Free {
-        void operator()(PFFFT_Setup* setup) const;
-        void operator()(float* aligned) const;
-    };
-
     void analyse(const float* samples);
-    float rowPower(std::size_t row) const;
-    void halve();
 
-    std::vector<float> _edges;  // of the rows, in bins
-    std::vector<float> _window;
-    std::unique_ptr<PFFFT_Setup, Free> _setup;
-    std::unique_ptr<float, Free> _spectrum;  // complex
-    std::vector<float> _bins;                // power of each
-    std::vector<float> _waiting;             // interleaved samples from the next window's first one
-    std::vector<float> _power;               // column after column
-    std::size_t _samples = 0;
-    std::size_t _windows = 0;
-    std::size_t _hop;            // samples from one window to the next
-    std::size_t _perColumn = 1;  // windows
+    std::vector<float> _edges;    // of the rows, in bins
+    std::vector<float> _waiting;  // interleaved samples from the next window's first one
+    std::vector<Column> _columns;
+    std::size_t _columnLength = 256;  // samples per channel
+    std::size_t _analysed = 0;        // samples per channel, up to the middle of the next window
+};
+
+/// Spectrograms of equally long streams, one above the other: a common time axis in minutes and seconds, a
+/// frequency axis each, and one scale of decibels. Their samples are taken as they come.
+class SpectrogramPicture {
+public:
+    /// @param names of the streams, in UTF-8 of any script; long ones are cut. @param rate samples per second.
+    /// @param start seconds at which the time axis begins. @param linear frequencies; false: logarithmic.
+    SpectrogramPicture(std::vector<std::string> names, int rate, double start, bool linear);
+
+    /// @param samples interleaved stereo samples of one of the streams.
+    void add(std::size_t stream, const std::vector<float>& samples);
+
+    /// After the last samples. Writes a PNG. @throws Failure with ExitCode::writeFailed.
+    void writeTo(HiddenFile& file);
+
+private:
+    FrequencyScale _scale;
+    std::vector<std::pair<std::string, Spectrogram>> _streams;  // each with its name
+    double _rate;
+    double _start;
+    std::size_t _samples = 0;  // per channel, of each stream
 };
 
 }  // namespace tavrin::tool
