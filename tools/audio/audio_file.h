@@ -4,9 +4,11 @@
 
 #include <strings.h>
 
+#include <bit>
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -35,5 +37,12 @@ struct Picture {
     int height = 0;
     std::vector<std::uint8_t> bytes;
 };
+
+/// How many are infinite or not a number: their exponent has all bits set. Comparing integers, compilers vectorise it.
+inline std::int64_t countNotFinite(std::span<const float> samples) {
+    std::uint32_t count = 0;
+    for (const float sample : samples) count += (std::bit_cast<std::uint32_t>(sample) & 0x7F800000U) == 0x7F800000U;
+    return count;
+}
 
 }  // namespace tavrin::tool

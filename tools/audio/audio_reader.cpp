@@ -1,6 +1,7 @@
 #include "audio/audio_reader.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -176,8 +177,6 @@ FormatHandle AudioReader::openContainer(bool withEdits) {
         av_dict_set_int(&options, "sample_rate", _input.raw->rate, 0);
         av_dict_set(&options, "ch_layout", (std::to_string(_input.raw->channels) + "c").c_str(), 0);
     }
-    // WMA's length is forgotten where the file's size contradicts its header.
-    if (_bytes.head().starts_with("\x30\x26\xB2\x75")) _bytes.hideSize();
     const int result = avformat_open_input(&format, _input.place.path.c_str(), kind, &options);
     av_dict_free(&options);
     if (result < 0) {
@@ -338,30 +337,25 @@ void AudioReader::fillGap(std::int64_t gap, const AVFrame& frame) {
     // A coarse clock means whole frames.
     if (tick > 1 && frame.nb_samples > 0) gap = (gap + frame.nb_samples / 2) / frame.nb_samples * frame.nb_samples;
     if (!_hasFailed) note(seconds(_position), "part of the song is missing");
-    const std::vector<float> silence(static_cast<std::size_t>(_rate));
-    for (std::int64_t left = gap; left > 0; left -= _rate) {
-        append(silence.data(), std::min<std::int64_t>(left, _rate), 1);
-    }
+    const std::size_t before = _ready.size();
+    _ready.resize(before + 2 * static_cast<std::size_t>(gap));
+    keepWanted(before);
     if (!_damage.empty()) _damage.back().to = std::max(_damage.back().to, seconds(_position));
 }
 
-// For the format, rate and channels of the frame, which may change where songs were joined.
+// Format, rate and channels may change where songs were joined.
 void AudioReader::prepareConverter(const AVFrame& frame) {
-    const int width = frame.ch_layout.nb_channels;
-    if (_converter && frame.format == _frameFormat && frame.sample_rate == _frameRate && width == _frameChannels)
-        return;
+    const std::array kind{frame.format, frame.sample_rate, frame.ch_layout.nb_channels};
+    if (std::exchange(_kind, kind) == kind) return;
     if (_converter) convert(nullptr, 0);
-    _converter = makeConverter(frame.ch_layout, static_cast<AVSampleFormat>(frame.format), frame.sample_rate, _rate);
-    _frameFormat = frame.format;
-    _frameRate = frame.sample_rate;
-    _frameChannels = width;
+    _converter.emplace(frame.ch_layout, static_cast<AVSampleFormat>(frame.format), frame.sample_rate, _rate);
 }
 
+// Without data: what the converter withholds.
 void AudioReader::convert(const std::uint8_t** data, int count) {
-    const int width = std::min(_frameChannels, 2);
-    std::vector<float> floats;
-    tool::convert(_converter.get(), data, count, width, floats);
-    append(floats.data(), std::ssize(floats) / width, width);
+    const std::size_t before = _ready.size();
+    _converter->process(data, count, _ready);
+    keepWanted(before);
 }
 
 // How long the container says in packets that the song is; 0 when it does not. Ogg has its last page instead.
@@ -374,20 +368,19 @@ std::int64_t AudioReader::claim() const {
     return isKnown ? av_rescale_q(_format->duration, AVRational{1, AV_TIME_BASE}, _stream->time_base) : 0;
 }
 
-// Takes what is wanted of decoded samples; of one channel, both sides get it.
-void AudioReader::append(const float* samples, std::int64_t count, int width) {
+// Of the samples that came behind the first `before`.
+void AudioReader::keepWanted(std::size_t before) {
+    const auto begin = _ready.begin() + static_cast<std::ptrdiff_t>(before);
+    const std::int64_t count = (_ready.end() - begin) / 2;
     const std::int64_t first = std::clamp<std::int64_t>(_from - _position, 0, count);
     const std::int64_t last = std::clamp<std::int64_t>(std::min(_until, _limit) - _position, first, count);
-    const std::ptrdiff_t before = std::ssize(_ready);
-    _ready.resize(static_cast<std::size_t>(before + 2 * (last - first)));
-    float* ready = _ready.data() + before;
-    for (const float* sample = samples + first * width; sample < samples + last * width; sample += width) {
-        *ready++ = sample[0];
-        *ready++ = sample[width - 1];
+    _ready.erase(begin + 2 * last, _ready.end());
+    _ready.erase(begin, begin + 2 * first);
+    if (const std::int64_t bad = countNotFinite({begin, _ready.end()}); bad > 0) {
+        _notFinite += bad * _channels / 2;
+        std::replace_if(
+            begin, _ready.end(), [](float sample) { return !std::isfinite(sample); }, 0.0F);
     }
-    const auto isBad = [](float sample) { return !std::isfinite(sample); };
-    _notFinite += std::count_if(_ready.begin() + before, _ready.end(), isBad) * width / 2;
-    std::replace_if(_ready.begin() + before, _ready.end(), isBad, 0.0F);
     _position = std::min(_position + count, std::max(_position, _limit));
     if (_position >= _until) _isOver = true;
 }

@@ -2,6 +2,7 @@
 /// Reads a song block by block.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -11,6 +12,7 @@
 #include "audio/audio_file.h"
 #include "audio/byte_stream.h"
 #include "audio/ffmpeg.h"
+#include "audio/resampler.h"
 #include "common/failure.h"
 
 namespace tavrin::tool {
@@ -102,7 +104,7 @@ private:
     void fillGap(std::int64_t gap, const AVFrame& frame);
     void prepareConverter(const AVFrame& frame);
     void convert(const std::uint8_t** data, int count);
-    void append(const float* samples, std::int64_t count, int width);
+    void keepWanted(std::size_t before);
     void end();
     bool failed(int result);
     void note(double from, const std::string& reason);
@@ -128,10 +130,8 @@ private:
     PacketHandle _packet{allocated(av_packet_alloc())};
     FrameHandle _frame{allocated(av_frame_alloc())};
 
-    ConverterHandle _converter;  // to floating point, and to the song's rate when that changes on the way
-    int _frameRate = 0;          // what the converter was made for
-    int _frameFormat = -1;
-    int _frameChannels = 0;
+    std::optional<Resampler> _converter;  // to the song's rate when that changes on the way
+    std::array<int, 3> _kind{};           // of the frames that it was made for: format, rate, channels
 
     std::int64_t _trackTicks = 0;  // length of an MP4 track without its edit list
 

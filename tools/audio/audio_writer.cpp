@@ -161,9 +161,7 @@ void AudioWriter::writePicture() {
 
 void AudioWriter::write(std::span<const float> samples) {
     const LibraryLog::Scope scope(_log);
-    const bool isFinite =
-        std::all_of(samples.begin(), samples.end(), [](float sample) { return std::isfinite(sample); });
-    if (!isFinite) throw unwritable("a sample is not a number", "check the model");
+    if (countNotFinite(samples) > 0) throw unwritable("a sample is not a number", "check the model");
     const std::vector<float> converted = _resampler.process({samples.begin(), samples.end()});
     _waiting.insert(_waiting.end(), converted.begin(), converted.end());
     encode(_frameSize);

@@ -3,13 +3,21 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
 #include <string>
 
 #include "audio/audio_file.h"
 #include "audio/ffmpeg.h"
-#include "audio/scratch_file.h"
 
 namespace tavrin::tool {
+
+using FileHandle = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+/// A file in that folder, for writing and reading, that has no name: it is gone when the program ends, however it ends.
+/// @return null, with errno set, when there can be none.
+FileHandle makeScratchFile(const std::filesystem::path& folder);
 
 class ByteStream {
 public:
@@ -21,9 +29,8 @@ public:
     ByteStream& operator=(const ByteStream&) = delete;
 
     AVIOContext* context() { return _context.get(); }
-    bool isSeekable() const { return _isSeekable; }
+    bool isSeekable() const { return _context->seekable != 0; }
     std::int64_t size() const;  ///< bytes; 0 when it is not known
-    void hideSize() { _isSizeHidden = true; }
 
     /// The first bytes of an input, as many as have come, at most 64 KiB. They are still to be read.
     const std::string& head() const { return _head; }
@@ -51,16 +58,12 @@ private:
     FileHandle _file{nullptr, std::fclose};  // when there is only a path
     FileHandle _spool{nullptr, std::fclose};
     int _descriptor;
-    bool _isSeekable = false;
-    bool _isSizeHidden = false;
     std::int64_t _origin = 0;  // where in the file the stream begins
     int _error = 0;            // errno of the first failure
     std::string _head;
     std::string _tail;
-    struct FreeContext {
-        void operator()(AVIOContext* context) const;
-    };
-    std::unique_ptr<AVIOContext, FreeContext> _context;
+    static void freeContext(AVIOContext** context);
+    std::unique_ptr<AVIOContext, FreeWith<freeContext>> _context;
 };
 
 }  // namespace tavrin::tool

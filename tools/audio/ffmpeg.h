@@ -29,7 +29,6 @@ struct FreeWith {
 using CodecHandle = std::unique_ptr<AVCodecContext, FreeWith<avcodec_free_context>>;
 using PacketHandle = std::unique_ptr<AVPacket, FreeWith<av_packet_free>>;
 using FrameHandle = std::unique_ptr<AVFrame, FreeWith<av_frame_free>>;
-using ConverterHandle = std::unique_ptr<SwrContext, FreeWith<swr_free>>;
 using FormatHandle = std::unique_ptr<AVFormatContext, FreeWith<avformat_close_input>>;
 
 /// The result of an allocation. @throws std::bad_alloc when there is none.
@@ -41,13 +40,6 @@ T* allocated(T* object) {
 
 /// What one of the libraries' negative results means.
 std::string errorText(int result);
-
-/// Converts samples of any kind to interleaved floats, of two channels at most, and to another rate.
-/// @throws Failure with ExitCode::inputUnreadable when the libraries cannot.
-ConverterHandle makeConverter(const AVChannelLayout& layout, AVSampleFormat format, int fromRate, int toRate);
-
-/// Appends what comes out of the converter for `count` samples per channel. Without data: what it still withholds.
-void convert(SwrContext* converter, const std::uint8_t** data, int count, int channels, std::vector<float>& result);
 
 /// Collects what the libraries have to say about one song: they know one log for the whole process, and without this
 /// it is the terminal.
