@@ -156,6 +156,9 @@ void AudioReader::open() {
     if (found < 0) throw unreadable(errorText(found), "check that it is a song and complete");
     _stream = firstAudio(*_format);
     if (!_stream) throw unreadable("there is no audio in it", "name a song");
+    // WAV files give plain samples in packets of 4096 bytes otherwise.
+    const bool isPlain = std::string_view(avcodec_get_name(_stream->codecpar->codec_id)).starts_with("pcm_");
+    if (isPlain) av_opt_set_int(_format.get(), "max_size", 1 << 16, AV_OPT_SEARCH_CHILDREN);
     for (unsigned i = 0; i < _format->nb_streams; ++i) {
         if (_format->streams[i] != _stream) _format->streams[i]->discard = AVDISCARD_ALL;
     }

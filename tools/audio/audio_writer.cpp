@@ -12,6 +12,8 @@ namespace tavrin::tool {
 
 namespace {
 
+constexpr std::size_t largestFrame = 8192;  // samples per channel, of encoders that take any number
+
 AVSampleFormat sampleFormat(const AudioFormat& format) {
     if (format.bits == 16) return AV_SAMPLE_FMT_S16;
     if (format.bits == 24) return AV_SAMPLE_FMT_S32;
@@ -53,9 +55,8 @@ double nextRandom(std::uint32_t& state) {
 AudioWriter::AudioWriter(const AudioOutput& output)
     : _output(output),
       _kind(*output.format),
-      _rate(_kind.rateFor(output.rate)),
       _bytes(output.place, ByteStream::Direction::out),
-      _resampler(output.rate, _rate),
+      _resampler(output.rate, _kind.rateFor(output.rate)),
       _noise(static_cast<std::uint32_t>(std::abs(output.dither))) {
     const LibraryLog::Scope scope(_log);
     if (!_bytes.isSeekable() && _kind.needsSeeking()) _bytes.spool();
@@ -79,15 +80,15 @@ void AudioWriter::openEncoder() {
     const AVCodec* codec = avcodec_find_encoder_by_name(_kind.encoder);
     if (!codec) throw unwritable(std::string("this system's FFmpeg has no ") + _kind.encoder);
     _encoder.reset(allocated(avcodec_alloc_context3(codec)));
-    _encoder->sample_rate = _rate;
-    _encoder->time_base = {1, _rate};
+    _encoder->sample_rate = _kind.rateFor(_output.rate);
+    _encoder->time_base = {1, _encoder->sample_rate};
     _encoder->sample_fmt = sampleFormat(_kind);
     if (_kind.bits == 24) _encoder->bits_per_raw_sample = 24;
     av_channel_layout_default(&_encoder->ch_layout, _output.channels);
     // Else the files name the version of the library, and Ogg files get a random number.
     _encoder->flags |= AV_CODEC_FLAG_BITEXACT;
-    const AudioFormat::Quality& range = _kind.quality;
-    const double quality = std::clamp(_output.quality.value_or(range.normal), range.least, range.most);
+    const auto [least, most, normal, unit] = _kind.quality;
+    const double quality = std::clamp(_output.quality.value_or(normal), least, most);
     const std::string encoder = _kind.encoder;
     if (encoder == "libvorbis" || encoder == "libmp3lame") {
         // With a fixed bit rate, LAME turns songs down by up to 5 %.
@@ -97,8 +98,8 @@ void AudioWriter::openEncoder() {
         _encoder->compression_level = static_cast<int>(quality);
     } else if (_kind.isLossy) {
         // One Opus channel takes half of the most.
-        const double most = encoder == "libopus" ? 256.0 * _output.channels : range.most;
-        _encoder->bit_rate = std::llround(std::min(quality, most) * 1000);
+        const double limit = encoder == "libopus" ? 256.0 * _output.channels : most;
+        _encoder->bit_rate = std::llround(std::min(quality, limit) * 1000);
     }
 }
 
@@ -112,47 +113,49 @@ void AudioWriter::openFile() {
     if (!_bytes.isSeekable()) format->flags |= AVFMT_FLAG_FLUSH_PACKETS;
     if ((format->oformat->flags & AVFMT_GLOBALHEADER) != 0) _encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     check(avcodec_open2(_encoder.get(), nullptr, nullptr), "encoder");
-    if (_encoder->frame_size > 0) _frameSize = static_cast<std::size_t>(_encoder->frame_size);
     _stream = allocated(avformat_new_stream(format, nullptr));
     _stream->time_base = _encoder->time_base;
     check(avcodec_parameters_from_context(_stream->codecpar, _encoder.get()), "encoder");
     for (const auto& [name, text] : _output.tags) av_dict_set(&format->metadata, name.c_str(), text.c_str(), 0);
-    addPicture();
+    const AVStream* picture = addPicture();
     AVDictionary* options = nullptr;
     // In a pipe the length is open, which says nothing about 4 GiB.
     if (_bytes.isSeekable()) av_dict_set(&options, "rf64", "auto", 0);
     // MP4 notes the length in these steps, milliseconds otherwise.
-    av_dict_set_int(&options, "movie_timescale", _rate, 0);
+    av_dict_set_int(&options, "movie_timescale", _encoder->sample_rate, 0);
     const int result = avformat_write_header(format, &options);
     av_dict_free(&options);
     check(result, "header");
-    writePicture();
+    if (picture) writePicture(picture->index);
+    _frame->format = _encoder->sample_fmt;
+    _frame->sample_rate = _encoder->sample_rate;
+    _frame->nb_samples = _encoder->frame_size > 0 ? _encoder->frame_size : static_cast<int>(largestFrame);
+    _frame->pts = 0;
+    check(av_channel_layout_copy(&_frame->ch_layout, &_encoder->ch_layout), "encoder");
+    check(av_frame_get_buffer(_frame.get(), 0), "encoder");
 }
 
-void AudioWriter::addPicture() {
+// Returns the picture's stream, if it gets one.
+AVStream* AudioWriter::addPicture() {
     const Picture& picture = _output.picture;
-    const bool isKnown =
-        (picture.codec == "png" || picture.codec == "mjpeg") && picture.width > 0 && picture.height > 0;
-    if (!isKnown) return;
-    if (_kind.isOgg()) {
-        av_dict_set(&_format->metadata, "METADATA_BLOCK_PICTURE", pictureTag(picture).c_str(), 0);
-    } else if (_kind.needsSeeking() || _kind.muxer == std::string_view("flac")) {
-        _pictureStream = allocated(avformat_new_stream(_format.get(), nullptr));
-        _pictureStream->disposition = AV_DISPOSITION_ATTACHED_PIC;
-        AVCodecParameters& parameters = *_pictureStream->codecpar;
-        parameters.codec_type = AVMEDIA_TYPE_VIDEO;
-        parameters.codec_id = avcodec_descriptor_get_by_name(picture.codec.c_str())->id;
-        parameters.width = picture.width;
-        parameters.height = picture.height;
-    }
+    const bool isKnown = picture.codec == "png" || picture.codec == "mjpeg";
+    if (!isKnown || picture.width <= 0 || picture.height <= 0) return nullptr;
+    if (_kind.isOgg()) av_dict_set(&_format->metadata, "METADATA_BLOCK_PICTURE", pictureTag(picture).c_str(), 0);
+    if (!_kind.needsSeeking() && _kind.muxer != std::string_view("flac")) return nullptr;
+    AVStream* stream = allocated(avformat_new_stream(_format.get(), nullptr));
+    stream->disposition = AV_DISPOSITION_ATTACHED_PIC;
+    stream->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+    stream->codecpar->codec_id = avcodec_descriptor_get_by_name(picture.codec.c_str())->id;
+    stream->codecpar->width = picture.width;
+    stream->codecpar->height = picture.height;
+    return stream;
 }
 
-void AudioWriter::writePicture() {
-    if (!_pictureStream) return;
+void AudioWriter::writePicture(int stream) {
     const std::vector<std::uint8_t>& bytes = _output.picture.bytes;
     check(av_new_packet(_packet.get(), static_cast<int>(bytes.size())), "picture");
     std::copy(bytes.begin(), bytes.end(), _packet->data);
-    _packet->stream_index = _pictureStream->index;
+    _packet->stream_index = stream;
     _packet->flags |= AV_PKT_FLAG_KEY;
     _packet->pts = _packet->dts = 0;
     check(av_write_frame(_format.get(), _packet.get()), "picture");
@@ -162,38 +165,37 @@ void AudioWriter::writePicture() {
 void AudioWriter::write(std::span<const float> samples) {
     const LibraryLog::Scope scope(_log);
     if (countNotFinite(samples) > 0) throw unwritable("a sample is not a number", "check the model");
+    if (_waiting.empty() && _resampler.isIdle()) samples = encode(samples);
     const std::vector<float> converted = _resampler.process({samples.begin(), samples.end()});
     _waiting.insert(_waiting.end(), converted.begin(), converted.end());
-    encode(_frameSize);
+    const std::size_t left = encode(_waiting).size();
+    _waiting.erase(_waiting.begin(), _waiting.end() - static_cast<std::ptrdiff_t>(left));
 }
 
 void AudioWriter::finish() {
     const LibraryLog::Scope scope(_log);
     const std::vector<float> last = _resampler.finish();
     _waiting.insert(_waiting.end(), last.begin(), last.end());
-    encode(1);
+    encode(_waiting, true);
     send(nullptr);
     check(av_write_trailer(_format.get()), "end");
     _bytes.finish();
 }
 
-// Encodes what waits, in frames, until less than `least` samples are left.
-void AudioWriter::encode(std::size_t least) {
-    std::size_t done = 0;
-    for (std::size_t left = _waiting.size() / 2; left >= least; left = _waiting.size() / 2 - done) {
-        const FrameHandle frame(allocated(av_frame_alloc()));
-        frame->nb_samples = static_cast<int>(std::min(left, _frameSize));
-        frame->format = _encoder->sample_fmt;
-        frame->sample_rate = _rate;
-        frame->pts = _encoded;
-        check(av_channel_layout_copy(&frame->ch_layout, &_encoder->ch_layout), "encoder");
-        check(av_frame_get_buffer(frame.get(), 0), "encoder");
-        fill(*frame, &_waiting[2 * done]);
-        send(frame.get());
-        done += static_cast<std::size_t>(frame->nb_samples);
-        _encoded += frame->nb_samples;
+// Encodes in frames and returns what is left for the next one.
+std::span<const float> AudioWriter::encode(std::span<const float> samples, bool isEnd) {
+    const std::size_t most = _encoder->frame_size > 0 ? static_cast<std::size_t>(_encoder->frame_size) : largestFrame;
+    const std::size_t least = isEnd || _encoder->frame_size == 0 ? 1 : most;
+    while (samples.size() / 2 >= least) {
+        const std::size_t count = std::min(samples.size() / 2, most);
+        _frame->nb_samples = static_cast<int>(count);
+        check(av_frame_make_writable(_frame.get()), "encoder");
+        fill(*_frame, samples.data());
+        send(_frame.get());
+        _frame->pts += _frame->nb_samples;
+        samples = samples.subspan(2 * count);
     }
-    _waiting.erase(_waiting.begin(), _waiting.begin() + static_cast<std::ptrdiff_t>(2 * done));
+    return samples;
 }
 
 // In the encoder's kind of samples, for each channel apart when it wants that. 16 bits get triangular noise of one step
