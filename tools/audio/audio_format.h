@@ -42,10 +42,8 @@ struct AudioFormat {
 
 /// wav is the default; raw samples are for pipes.
 inline std::span<const AudioFormat> audioFormats() {
-    static constexpr int mp3Rates[] = {8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};
-    static constexpr int aacRates[] = {8000,  11025, 12000, 16000, 22050, 24000,
-                                       32000, 44100, 48000, 64000, 88200, 96000};
-    static constexpr int opusRates[] = {48000};
+    static constexpr int rates[] = {8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000, 64000, 88200, 96000};
+    constexpr std::span<const int> aacRates = rates, mp3Rates = aacRates.first(9), opusRates = mp3Rates.last(1);
     static constexpr AudioFormat::Quality none{0, 0, 0, nullptr}, flacLevel{0, 12, 5, "12 is smallest"};
     static constexpr AudioFormat formats[] = {
         {"wav", "wav", "wav", "pcm_f32le", 0, false, none, {}},

@@ -5,7 +5,6 @@
 
 extern "C" {
 #include <libavutil/base64.h>
-#include <libavutil/intreadwrite.h>
 }
 
 namespace tavrin::tool {
@@ -26,9 +25,7 @@ std::string pictureTag(const Picture& picture) {
     std::string block;
     const auto append = [&](std::initializer_list<std::size_t> numbers) {
         for (const std::size_t number : numbers) {
-            char bytes[4];
-            AV_WB32(bytes, static_cast<std::uint32_t>(number));
-            block.append(bytes, sizeof bytes);
+            for (const int shift : {24, 16, 8, 0}) block += static_cast<char>(number >> shift);
         }
     };
     const std::string type = picture.codec == "png" ? "image/png" : "image/jpeg";
@@ -69,11 +66,11 @@ Failure AudioWriter::unwritable(const std::string& reason, const std::string& ne
             _output.place.label() + ": cannot be written as " + _kind.name + " (" + reason + "); " + nextStep};
 }
 
-void AudioWriter::check(int result, const char* what) {
+void AudioWriter::check(int result) {
     _bytes.check();
     if (result >= 0) return;
-    const std::string& reason = _log.lastError();
-    throw unwritable(std::string(what) + ": " + (reason.empty() ? errorText(result) : reason));
+    const std::string& reason = _log.lastError;
+    throw unwritable(reason.empty() ? errorText(result) : reason);
 }
 
 void AudioWriter::openEncoder() {
@@ -106,16 +103,16 @@ void AudioWriter::openEncoder() {
 void AudioWriter::openFile() {
     AVFormatContext* format = nullptr;
     const std::string ending = std::string(".") + _kind.extension;  // which the M4A muxer misses otherwise
-    check(avformat_alloc_output_context2(&format, nullptr, _kind.muxer, ending.c_str()), "container");
+    check(avformat_alloc_output_context2(&format, nullptr, _kind.muxer, ending.c_str()));
     _format.reset(format);
     format->pb = _bytes.context();
     format->flags |= AVFMT_FLAG_CUSTOM_IO | AVFMT_FLAG_BITEXACT;
     if (!_bytes.isSeekable()) format->flags |= AVFMT_FLAG_FLUSH_PACKETS;
     if ((format->oformat->flags & AVFMT_GLOBALHEADER) != 0) _encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    check(avcodec_open2(_encoder.get(), nullptr, nullptr), "encoder");
+    check(avcodec_open2(_encoder.get(), nullptr, nullptr));
     _stream = allocated(avformat_new_stream(format, nullptr));
     _stream->time_base = _encoder->time_base;
-    check(avcodec_parameters_from_context(_stream->codecpar, _encoder.get()), "encoder");
+    check(avcodec_parameters_from_context(_stream->codecpar, _encoder.get()));
     for (const auto& [name, text] : _output.tags) av_dict_set(&format->metadata, name.c_str(), text.c_str(), 0);
     const AVStream* picture = addPicture();
     AVDictionary* options = nullptr;
@@ -125,14 +122,14 @@ void AudioWriter::openFile() {
     av_dict_set_int(&options, "movie_timescale", _encoder->sample_rate, 0);
     const int result = avformat_write_header(format, &options);
     av_dict_free(&options);
-    check(result, "header");
+    check(result);
     if (picture) writePicture(picture->index);
     _frame->format = _encoder->sample_fmt;
     _frame->sample_rate = _encoder->sample_rate;
     _frame->nb_samples = _encoder->frame_size > 0 ? _encoder->frame_size : static_cast<int>(largestFrame);
     _frame->pts = 0;
-    check(av_channel_layout_copy(&_frame->ch_layout, &_encoder->ch_layout), "encoder");
-    check(av_frame_get_buffer(_frame.get(), 0), "encoder");
+    check(av_channel_layout_copy(&_frame->ch_layout, &_encoder->ch_layout));
+    check(av_frame_get_buffer(_frame.get(), 0));
 }
 
 // Returns the picture's stream, if it gets one.
@@ -153,12 +150,12 @@ AVStream* AudioWriter::addPicture() {
 
 void AudioWriter::writePicture(int stream) {
     const std::vector<std::uint8_t>& bytes = _output.picture.bytes;
-    check(av_new_packet(_packet.get(), static_cast<int>(bytes.size())), "picture");
+    check(av_new_packet(_packet.get(), static_cast<int>(bytes.size())));
     std::copy(bytes.begin(), bytes.end(), _packet->data);
     _packet->stream_index = stream;
     _packet->flags |= AV_PKT_FLAG_KEY;
     _packet->pts = _packet->dts = 0;
-    check(av_write_frame(_format.get(), _packet.get()), "picture");
+    check(av_write_frame(_format.get(), _packet.get()));
     av_packet_unref(_packet.get());
 }
 
@@ -178,7 +175,7 @@ void AudioWriter::finish() {
     _waiting.insert(_waiting.end(), last.begin(), last.end());
     encode(_waiting, true);
     send(nullptr);
-    check(av_write_trailer(_format.get()), "end");
+    check(av_write_trailer(_format.get()));
     _bytes.finish();
 }
 
@@ -189,7 +186,7 @@ std::span<const float> AudioWriter::encode(std::span<const float> samples, bool 
     while (samples.size() / 2 >= least) {
         const std::size_t count = std::min(samples.size() / 2, most);
         _frame->nb_samples = static_cast<int>(count);
-        check(av_frame_make_writable(_frame.get()), "encoder");
+        check(av_frame_make_writable(_frame.get()));
         fill(*_frame, samples.data());
         send(_frame.get());
         _frame->pts += _frame->nb_samples;
@@ -215,26 +212,25 @@ void AudioWriter::fill(AVFrame& frame, const float* samples) {
     for (int i = 0; i < frame.nb_samples * channels; ++i) {
         const float sample = samples[i / channels * 2 + i % channels];
         const double noise = _kind.bits == 16 ? sign * (nextRandom(_noise) - nextRandom(_noise)) : 0;
-        const double step = std::nearbyint(sample * fullScale + noise);
-        const auto whole = static_cast<std::int32_t>(std::clamp(step, -fullScale, fullScale - 1));
-        if (_kind.bits == 16) reinterpret_cast<std::int16_t*>(frame.data[0])[i] = static_cast<std::int16_t>(whole);
-        if (_kind.bits == 24) reinterpret_cast<std::int32_t*>(frame.data[0])[i] = whole * 256;
+        const double step = std::clamp(std::nearbyint(sample * fullScale + noise), -fullScale, fullScale - 1);
+        if (_kind.bits == 16) reinterpret_cast<std::int16_t*>(frame.data[0])[i] = static_cast<std::int16_t>(step);
+        if (_kind.bits == 24) reinterpret_cast<std::int32_t*>(frame.data[0])[i] = static_cast<std::int32_t>(step) * 256;
     }
 }
 
 // Without a frame: the end.
 void AudioWriter::send(const AVFrame* frame) {
-    check(avcodec_send_frame(_encoder.get(), frame), "encoder");
+    check(avcodec_send_frame(_encoder.get(), frame));
     for (;;) {
         const int result = avcodec_receive_packet(_encoder.get(), _packet.get());
         if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return;
-        check(result, "encoder");
+        check(result);
         av_packet_rescale_ts(_packet.get(), _encoder->time_base, _stream->time_base);
         _packet->stream_index = _stream->index;
         // Ends the first page of an Ogg file: a short song would be on a single one, which cannot note both what is to
         // be left out at its beginning and what at its end.
-        if (_packets++ == 2 && _kind.isOgg()) check(av_write_frame(_format.get(), nullptr), "container");
-        check(av_write_frame(_format.get(), _packet.get()), "container");
+        if (_packets++ == 2 && _kind.isOgg()) check(av_write_frame(_format.get(), nullptr));
+        check(av_write_frame(_format.get(), _packet.get()));
         av_packet_unref(_packet.get());
     }
 }

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "audio/audio_file.h"
 #include "audio/audio_format.h"
 #include "audio/byte_stream.h"
 #include "audio/ffmpeg.h"
@@ -54,7 +53,7 @@ public:
 
 private:
     Failure unwritable(const std::string& reason, const std::string& nextStep = "choose another --format") const;
-    void check(int result, const char* what);
+    void check(int result);
     void openEncoder();
     void openFile();
     AVStream* addPicture();

@@ -67,10 +67,10 @@ ByteStream::ByteStream(const AudioPlace& place, Direction direction) : _place(pl
         [](void* self, std::int64_t offset, int whence) {
             return static_cast<ByteStream*>(self)->seek(offset, whence);
         })));
-    // A shared file that others append to is written from front to back.
+    // A file that begins elsewhere is like a pipe, and so is a shared one that others append to.
     const bool appends = !isInput && (fcntl(_descriptor, F_GETFL) & O_APPEND) != 0;
-    _context->seekable = (S_ISREG(status.st_mode) || S_ISBLK(status.st_mode)) && !appends;
-    if (isSeekable()) _origin = lseek(_descriptor, 0, SEEK_CUR);
+    const bool isFile = S_ISREG(status.st_mode) || S_ISBLK(status.st_mode);
+    _context->seekable = isFile && !appends && lseek(_descriptor, 0, SEEK_CUR) == 0;
     if (!isInput) return;
     // So much tells a song's kind; the rest of a pipe may be long in coming. All of it is in the buffer, to be read.
     std::uint8_t first[12];
@@ -94,6 +94,7 @@ int ByteStream::read(std::uint8_t* bytes, int size) {
     const ssize_t count = waitFor(_descriptor, POLLIN, some);
     if (count < 0) return fail();
     if (count == 0) return AVERROR_EOF;
+    if (!_head.empty() && !_head.starts_with("OggS")) return static_cast<int>(count);
     _tail.append(bytes, bytes + count);
     if (_tail.size() > 8 * bufferSize) _tail.erase(0, _tail.size() - bufferSize);
     return static_cast<int>(count);
@@ -114,14 +115,14 @@ std::int64_t ByteStream::seek(std::int64_t offset, int whence) {
     if (whence == AVSEEK_SIZE) return _head.starts_with("\x30\x26\xB2\x75") ? 0 : size();
     if (!isSeekable()) return AVERROR(ESPIPE);
     _tail.clear();
-    const off_t position = lseek(_descriptor, whence == SEEK_SET ? offset + _origin : offset, whence & ~AVSEEK_FORCE);
-    return position < 0 ? AVERROR(errno) : position - _origin;
+    const off_t position = lseek(_descriptor, offset, whence & ~AVSEEK_FORCE);
+    return position < 0 ? AVERROR(errno) : position;
 }
 
 // Not an error for a pipe: MP3 files then lose their length.
 std::int64_t ByteStream::size() const {
     struct stat status {};
-    return isSeekable() && fstat(_descriptor, &status) == 0 ? status.st_size - _origin : 0;
+    return isSeekable() && fstat(_descriptor, &status) == 0 ? status.st_size : 0;
 }
 
 void ByteStream::spool() {

@@ -2,7 +2,9 @@
 /// Samples of any kind as interleaved stereo floats of another rate.
 #pragma once
 
+#include <bit>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "audio/ffmpeg.h"
@@ -47,5 +49,12 @@ private:
     std::int64_t _in = 0;  // samples per channel so far
     std::int64_t _out = 0;
 };
+
+/// How many are infinite or not a number: their exponent has all bits set. Comparing integers, compilers vectorise it.
+inline std::int64_t countNotFinite(std::span<const float> samples) {
+    std::uint32_t count = 0;
+    for (const float sample : samples) count += (std::bit_cast<std::uint32_t>(sample) & 0x7F800000U) == 0x7F800000U;
+    return count;
+}
 
 }  // namespace tavrin::tool
