@@ -36,24 +36,16 @@ void addTags(Tags& tags, const AVDictionary* dictionary) {
     }
 }
 
-Picture pictureOf(const AVFormatContext& format) {
-    for (const AVStream* stream : std::span(format.streams, format.nb_streams)) {
-        const AVPacket& packet = stream->attached_pic;
-        if ((stream->disposition & AV_DISPOSITION_ATTACHED_PIC) == 0 || packet.size <= 0) continue;
-        const AVCodecParameters& parameters = *stream->codecpar;
-        return {avcodec_get_name(parameters.codec_id),
-                parameters.width,
-                parameters.height,
-                {packet.data, packet.data + packet.size}};
-    }
-    return {};
+AVStream* firstWhere(const AVFormatContext& format, bool (*fits)(const AVStream&)) {
+    AVStream** end = format.streams + format.nb_streams;
+    AVStream** stream = std::find_if(format.streams, end, [&](const AVStream* one) { return fits(*one); });
+    return stream == end ? nullptr : *stream;
 }
 
-AVStream* firstAudio(const AVFormatContext& format) {
-    for (AVStream* stream : std::span(format.streams, format.nb_streams)) {
-        if (stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) return stream;
-    }
-    return nullptr;
+bool isAudio(const AVStream& stream) { return stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO; }
+
+bool isPicture(const AVStream& stream) {
+    return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0 && stream.attached_pic.size > 0;
 }
 
 // MP4 files may name their parts at the end; then they cannot be read from front to back.
@@ -140,7 +132,11 @@ AudioReader::AudioReader(const AudioInput& input) : _input(input), _bytes(input.
     openDecoder();
     addTags(_tags, _format->metadata);
     addTags(_tags, _stream->metadata);  // where Ogg has them
-    _picture = pictureOf(*_format);
+    if (const AVStream* picture = firstWhere(*_format, isPicture)) {
+        const AVPacket& file = picture->attached_pic;
+        const AVCodecParameters& kind = *picture->codecpar;
+        _picture = {avcodec_get_name(kind.codec_id), kind.width, kind.height, {file.data, file.data + file.size}};
+    }
     _from = std::llround(input.start * _rate);
     // A day of any rate is far from the largest number; so is what users mean by no limit.
     if (input.duration < 1e9) _until = _from + std::llround(input.duration * _rate);
@@ -166,17 +162,16 @@ void AudioReader::open() {
     if (isMp4(_bytes.head())) {
         if (!_bytes.isSeekable()) _bytes.spool();
         const FormatHandle unedited = openContainer(false);
-        if (const AVStream* stream = firstAudio(*unedited)) trackTicks = stream->duration;
+        if (const AVStream* stream = firstWhere(*unedited, isAudio)) trackTicks = stream->duration;
         avio_seek(_bytes.context(), 0, SEEK_SET);
     }
     _format = openContainer(true);
     const int found = avformat_find_stream_info(_format.get(), nullptr);
     if (found < 0) throw unreadable(errorText(found), "check that it is a song and complete");
-    _stream = firstAudio(*_format);
+    _stream = firstWhere(*_format, isAudio);
     if (!_stream) throw unreadable("there is no audio in it", "name a song");
-    for (AVStream* stream : std::span(_format->streams, _format->nb_streams)) {
-        if (stream != _stream) stream->discard = AVDISCARD_ALL;
-    }
+    for (AVStream* one : std::span(_format->streams, _format->nb_streams)) one->discard = AVDISCARD_ALL;
+    _stream->discard = AVDISCARD_DEFAULT;
     _rate = _stream->codecpar->sample_rate;
     if (trackTicks == 0 || _stream->duration <= 0 || _rate < 1) return;
     // MP4 counts the samples of a song, but its last packet decodes to a whole frame. Its edit list, which leaves out
@@ -223,7 +218,7 @@ void AudioReader::openDecoder() {
     const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
     if (!codec) throw unreadable("FFmpeg has no decoder for " + name, "convert it to WAV or FLAC with another program");
     // WAV files give plain samples in packets of 4096 bytes otherwise.
-    if (name.starts_with("pcm_")) av_opt_set_int(_format.get(), "max_size", 1 << 16, AV_OPT_SEARCH_CHILDREN);
+    if (name.starts_with("pcm_")) av_opt_set_int(_format.get(), "max_size", 1 << 15, AV_OPT_SEARCH_CHILDREN);
     _decoder.reset(allocated(avcodec_alloc_context3(codec)));
     avcodec_parameters_to_context(_decoder.get(), &parameters);
     _decoder->pkt_timebase = _stream->time_base;

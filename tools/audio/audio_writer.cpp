@@ -114,7 +114,7 @@ void AudioWriter::openFile() {
     _stream->time_base = _encoder->time_base;
     check(avcodec_parameters_from_context(_stream->codecpar, _encoder.get()));
     for (const auto& [name, text] : _output.tags) av_dict_set(&format->metadata, name.c_str(), text.c_str(), 0);
-    const AVStream* picture = addPicture();
+    addPicture();
     AVDictionary* options = nullptr;
     // In a pipe the length is open, which says nothing about 4 GiB.
     if (_bytes.isSeekable()) av_dict_set(&options, "rf64", "auto", 0);
@@ -123,7 +123,8 @@ void AudioWriter::openFile() {
     const int result = avformat_write_header(format, &options);
     av_dict_free(&options);
     check(result);
-    if (picture) writePicture(picture->index);
+    if (_packet->size > 0) check(av_write_frame(format, _packet.get()));
+    av_packet_unref(_packet.get());
     _frame->format = _encoder->sample_fmt;
     _frame->sample_rate = _encoder->sample_rate;
     _frame->nb_samples = _encoder->frame_size > 0 ? _encoder->frame_size : static_cast<int>(largestFrame);
@@ -132,31 +133,24 @@ void AudioWriter::openFile() {
     check(av_frame_get_buffer(_frame.get(), 0));
 }
 
-// Returns the picture's stream, if it gets one.
-AVStream* AudioWriter::addPicture() {
+// Leaves it in the packet, for after the header.
+void AudioWriter::addPicture() {
     const Picture& picture = _output.picture;
     const bool isKnown = picture.codec == "png" || picture.codec == "mjpeg";
-    if (!isKnown || picture.width <= 0 || picture.height <= 0) return nullptr;
+    if (!isKnown || picture.width <= 0 || picture.height <= 0) return;
     if (_kind.isOgg()) av_dict_set(&_format->metadata, "METADATA_BLOCK_PICTURE", pictureTag(picture).c_str(), 0);
-    if (!_kind.needsSeeking() && _kind.muxer != std::string_view("flac")) return nullptr;
+    if (!_kind.needsSeeking() && _kind.muxer != std::string_view("flac")) return;
     AVStream* stream = allocated(avformat_new_stream(_format.get(), nullptr));
     stream->disposition = AV_DISPOSITION_ATTACHED_PIC;
     stream->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
     stream->codecpar->codec_id = avcodec_descriptor_get_by_name(picture.codec.c_str())->id;
     stream->codecpar->width = picture.width;
     stream->codecpar->height = picture.height;
-    return stream;
-}
-
-void AudioWriter::writePicture(int stream) {
-    const std::vector<std::uint8_t>& bytes = _output.picture.bytes;
-    check(av_new_packet(_packet.get(), static_cast<int>(bytes.size())));
-    std::copy(bytes.begin(), bytes.end(), _packet->data);
-    _packet->stream_index = stream;
+    check(av_new_packet(_packet.get(), static_cast<int>(picture.bytes.size())));
+    std::copy(picture.bytes.begin(), picture.bytes.end(), _packet->data);
+    _packet->stream_index = stream->index;
     _packet->flags |= AV_PKT_FLAG_KEY;
     _packet->pts = _packet->dts = 0;
-    check(av_write_frame(_format.get(), _packet.get()));
-    av_packet_unref(_packet.get());
 }
 
 void AudioWriter::write(std::span<const float> samples) {

@@ -56,8 +56,7 @@ private:
     void check(int result);
     void openEncoder();
     void openFile();
-    AVStream* addPicture();
-    void writePicture(int stream);
+    void addPicture();
     std::span<const float> encode(std::span<const float> samples, bool isEnd = false);
     void fill(AVFrame& frame, const float* samples);
     void send(const AVFrame* frame);
