@@ -141,7 +141,7 @@ AudioReader::AudioReader(const AudioInput& input) : _input(input), _bytes(input.
     // A day of any rate is far from the largest number; so is what users mean by no limit.
     if (input.duration < 1e9) _until = _from + std::llround(input.duration * _rate);
     _errorsSeen = _log.errors;
-    while (_ready.empty() && !_isOver) decode();
+    decode(1);
     if (_position == 0 && !_damage.empty()) throw unreadable(_damage.front().reason, "check that it is a song");
     if (_isOver && _from > 0 && _position <= _from) {
         char length[32];
@@ -247,20 +247,22 @@ std::optional<std::int64_t> AudioReader::length() const {
 
 std::vector<float> AudioReader::read() {
     const LibraryLog::Scope scope(_log);
-    while (_ready.size() < 2 * leastBlock && !_isOver) decode();
+    decode(leastBlock);
     return std::exchange(_ready, {});
 }
 
-// One step of the decoder: it wants a packet, gives a frame or has come to its end.
-void AudioReader::decode() {
-    const int result = avcodec_receive_frame(_decoder.get(), _frame.get());
-    const bool isBroken = failed(result);
-    if (result == 0) {
-        take(*_frame);
-    } else if (result == AVERROR(EAGAIN)) {
-        feed();
-    } else if (result == AVERROR_EOF || !isBroken) {
-        end();
+// Until so many samples are ready. At each step the decoder wants a packet, gives a frame or has come to its end.
+void AudioReader::decode(std::size_t least) {
+    while (_ready.size() < 2 * least && !_isOver) {
+        const int result = avcodec_receive_frame(_decoder.get(), _frame.get());
+        const bool isBroken = failed(result);
+        if (result == 0) {
+            take(*_frame);
+        } else if (result == AVERROR(EAGAIN)) {
+            feed();
+        } else if (result == AVERROR_EOF || !isBroken) {
+            end();
+        }
     }
 }
 

@@ -95,7 +95,7 @@ private:
     FormatHandle openContainer(bool withEdits);
     void openDecoder();
 
-    void decode();
+    void decode(std::size_t least);
     void feed();
     void take(const AVFrame& frame);
     void fillGap(std::int64_t gap, const AVFrame& frame);

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <utility>
 #include <vector>
 
 #include "common/failure.h"
@@ -54,16 +53,12 @@ ByteStream::ByteStream(const AudioPlace& place, Direction direction) : _place(pl
         throw Failure(ExitCode::inputUnreadable,
                       place.label() + ": cannot be read (" + reason + "); check the name and the rights");
     }
-#if LIBAVFORMAT_VERSION_MAJOR < 61
-    using Written = std::uint8_t*;
-#else
-    using Written = const std::uint8_t*;
-#endif
     auto* buffer = static_cast<unsigned char*>(allocated(av_malloc(bufferSize)));
     _context.reset(allocated(avio_alloc_context(
         buffer, bufferSize, !isInput, this,
         [](void* self, std::uint8_t* bytes, int size) { return static_cast<ByteStream*>(self)->read(bytes, size); },
-        [](void* self, Written bytes, int size) { return static_cast<ByteStream*>(self)->write(bytes, size); },
+        // The bytes are const in newer versions.
+        [](void* self, auto* bytes, int size) { return static_cast<ByteStream*>(self)->write(bytes, size); },
         [](void* self, std::int64_t offset, int whence) {
             return static_cast<ByteStream*>(self)->seek(offset, whence);
         })));
@@ -149,14 +144,12 @@ void ByteStream::spool() {
 void ByteStream::finish() {
     avio_flush(_context.get());
     if (_spool) {
-        lseek(_descriptor, 0, SEEK_SET);
-        const int spooled = std::exchange(_descriptor, _file ? fileno(_file.get()) : _place.descriptor);
+        std::rewind(_spool.get());
+        _descriptor = _file ? fileno(_file.get()) : _place.descriptor;
         std::vector<std::uint8_t> bytes(bufferSize);
-        for (ssize_t count = 1; _error == 0 && count > 0;) {
-            count = ::read(spooled, bytes.data(), bytes.size());
-            if (count < 0) fail();
-            if (count > 0) write(bytes.data(), static_cast<int>(count));
-        }
+        while (const std::size_t count = _error == 0 ? std::fread(bytes.data(), 1, bytes.size(), _spool.get()) : 0)
+            write(bytes.data(), static_cast<int>(count));
+        if (std::ferror(_spool.get())) fail();
     }
     check();
     if (_file && std::fclose(_file.release()) != 0) fail();

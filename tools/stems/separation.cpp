@@ -11,10 +11,8 @@ namespace tavrin::tool {
 namespace {
 
 void append(std::vector<float>& to, std::vector<float> samples) {
-    if (to.empty())
-        to.swap(samples);
-    else
-        to.insert(to.end(), samples.begin(), samples.end());
+    if (to.empty()) return to.swap(samples);
+    to.insert(to.end(), samples.begin(), samples.end());
 }
 
 std::vector<float> takeFront(std::vector<float>& from, std::size_t count) {
@@ -60,10 +58,9 @@ public:
         }
     }
 
-    Parts run(const std::vector<float>& song, bool isEnd) {
-        append(_song, song);
+    Parts run(std::vector<float> song, bool isEnd) {
         _taken += static_cast<std::int64_t>(song.size() / 2);
-        std::size_t ready = _song.size();
+        std::size_t ready = _song.size() + song.size();
         for (auto& [separator, toModel, lanes] : _streams) {
             std::vector<float> samples = toModel.process(song);
             if (isEnd) append(samples, toModel.finish());
@@ -76,6 +73,7 @@ public:
                 ready = std::min(ready, lanes[s].waiting.size());
             }
         }
+        append(_song, std::move(song));
         return take(ready);
     }
 
@@ -134,7 +132,7 @@ Parts Separation::finish() { return run({}, true); }
 Parts Separation::run(std::vector<float> song, bool isEnd) {
     std::size_t known = 0;  // stems of the stages so far
     for (const std::unique_ptr<Step>& step : _steps) {
-        Parts parts = step->run(song, isEnd);
+        Parts parts = step->run(std::move(song), isEnd);
         song = std::move(parts.back());
         parts.pop_back();
         _waiting.resize(std::max(_waiting.size(), known + parts.size()));
