@@ -193,14 +193,15 @@ std::span<const float> AudioWriter::encode(std::span<const float> samples, bool 
 // to either side: rounding then adds a steady hiss instead of distortion.
 void AudioWriter::fill(AVFrame& frame, const float* samples) {
     const int channels = _output.channels;
-    const bool isPlanar = av_sample_fmt_is_planar(_encoder->sample_fmt) != 0;
-    if (_kind.bits == 0) {
-        for (int c = 0; c < channels; ++c) {
-            auto* to = reinterpret_cast<float*>(frame.extended_data[isPlanar ? c : 0]) + (isPlanar ? 0 : c);
-            for (int i = 0; i < frame.nb_samples; ++i) to[isPlanar ? i : i * channels] = samples[2 * i + c];
-        }
+    if (_kind.bits == 0 && channels == 2 && av_sample_fmt_is_planar(_encoder->sample_fmt) == 0) {
+        std::copy_n(samples, 2 * frame.nb_samples, reinterpret_cast<float*>(frame.data[0]));
         return;
     }
+    for (int c = 0; _kind.bits == 0 && c < channels; ++c) {
+        auto* to = reinterpret_cast<float*>(frame.extended_data[c]);
+        for (int i = 0; i < frame.nb_samples; ++i) to[i] = samples[2 * i + c];
+    }
+    if (_kind.bits == 0) return;
     const int sign = (_output.dither > 0) - (_output.dither < 0);
     const double fullScale = _kind.bits == 16 ? 32768.0 : 8388608.0;
     for (int i = 0; i < frame.nb_samples * channels; ++i) {
