@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <numeric>
 #include <set>
@@ -144,10 +143,8 @@ AudioReader::AudioReader(const AudioInput& input) : _input(input), _bytes(input.
     decode(1);
     if (_position == 0 && !_damage.empty()) throw unreadable(_damage.front().reason, "check that it is a song");
     if (_isOver && _from > 0 && _position <= _from) {
-        char length[32];
-        std::snprintf(length, sizeof length, "%.3f", seconds(_position));
-        throw Failure(ExitCode::wrongUsage,
-                      _input.place.label() + ": is only " + length + " seconds long; choose an earlier --start");
+        throw Failure(ExitCode::wrongUsage, _input.place.label() + ": is only " + std::to_string(seconds(_position)) +
+                                                " seconds long; choose an earlier --start");
     }
 }
 
