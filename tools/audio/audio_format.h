@@ -2,6 +2,9 @@
 /// The file formats that results can have.
 #pragma once
 
+#include <strings.h>
+
+#include <algorithm>
 #include <span>
 #include <string>
 #include <string_view>
@@ -28,18 +31,47 @@ struct AudioFormat {
     bool isOgg() const { return muxer == std::string_view("ogg") || muxer == std::string_view("opus"); }
     /// Whether its first bytes are written last.
     bool needsSeeking() const { return muxer == std::string_view("mp3") || muxer == std::string_view("ipod"); }
+
     /// The rate that a song of `rate` gets: its own, or the next higher one, or the highest.
-    int rateFor(int rate) const;
+    int rateFor(int rate) const {
+        if (rates.empty()) return rate;
+        const auto possible = std::ranges::lower_bound(rates, rate);
+        return possible == rates.end() ? rates.back() : *possible;
+    }
 };
 
-/// wav (32-bit float, the default), wav16, wav24, flac, flac24, mp3, m4a, opus, ogg; raw-float32 and raw-int16 for
-/// pipes.
-std::span<const AudioFormat> audioFormats();
+/// wav is the default; raw samples are for pipes.
+inline std::span<const AudioFormat> audioFormats() {
+    static constexpr int rates[] = {8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000, 64000, 88200, 96000};
+    constexpr std::span<const int> aacRates = rates, mp3Rates = aacRates.first(9), opusRates = mp3Rates.last(1);
+    static constexpr AudioFormat::Quality none{0, 0, 0, nullptr}, flacLevel{0, 12, 5, "12 is smallest"};
+    static constexpr AudioFormat formats[] = {
+        {"wav", "wav", "wav", "pcm_f32le", 0, false, none, {}},
+        {"wav16", "wav", "wav", "pcm_s16le", 16, false, none, {}},
+        {"wav24", "wav", "wav", "pcm_s24le", 24, false, none, {}},
+        {"flac", "flac", "flac", "flac", 16, false, flacLevel, {}},
+        {"flac24", "flac", "flac", "flac", 24, false, flacLevel, {}},
+        {"mp3", "mp3", "mp3", "libmp3lame", 0, true, {0, 9, 0, "0 is best"}, mp3Rates},
+        {"m4a", "m4a", "ipod", "aac", 0, true, {32, 512, 256, "kbit/s"}, aacRates},
+        {"opus", "opus", "opus", "libopus", 0, true, {16, 510, 192, "kbit/s"}, opusRates},
+        {"ogg", "ogg", "ogg", "libvorbis", 0, true, {-1, 10, 8, "10 is best"}, {}},
+        {"raw-float32", "raw", "f32le", "pcm_f32le", 0, false, none, {}},
+        {"raw-int16", "raw", "s16le", "pcm_s16le", 16, false, none, {}},
+    };
+    return formats;
+}
 
 /// @return null when there is none of that name.
-const AudioFormat* findAudioFormat(const std::string& name);
+inline const AudioFormat* findAudioFormat(const std::string& name) {
+    const auto found = std::ranges::find(audioFormats(), name, &AudioFormat::name);
+    return found == audioFormats().end() ? nullptr : &*found;
+}
 
 /// The first format with that ending (without a dot, any case); null when there is none.
-const AudioFormat* findAudioFormatByExtension(const std::string& extension);
+inline const AudioFormat* findAudioFormatByExtension(const std::string& extension) {
+    const auto fits = [&](const AudioFormat& format) { return strcasecmp(format.extension, extension.c_str()) == 0; };
+    const auto found = std::ranges::find_if(audioFormats(), fits);
+    return found == audioFormats().end() ? nullptr : &*found;
+}
 
 }  // namespace tavrin::tool

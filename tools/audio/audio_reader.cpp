@@ -1,10 +1,12 @@
 #include "audio/audio_reader.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
+#include <numeric>
 #include <set>
+#include <span>
 #include <utility>
 
 extern "C" {
@@ -20,19 +22,29 @@ constexpr int mostFailedReads = 100;            // in a row, until a song is giv
 constexpr double largestSilentGap = 600;        // seconds; where time leaps further, the clock was set anew
 constexpr double smallestUnexplainedGap = 0.1;  // seconds; the clocks of video files waver a bit
 
-// What describes a file instead of its song, or is wrong for every other encoder.
-bool belongsToTheFile(const std::string& name) {
-    static const std::set<std::string, WithoutCase> names = {"encoder",           "major_brand",  "minor_version",
-                                                             "compatible_brands", "handler_name", "vendor_id",
-                                                             "language",          "iTunSMPB",     "duration"};
-    return name.starts_with("_STATISTICS") || names.contains(name);
-}
-
 void addTags(Tags& tags, const AVDictionary* dictionary) {
+    // These describe a file instead of its song, or are wrong for every other encoder.
+    static const std::set<std::string, WithoutCase> ofFiles = {"encoder",           "major_brand",  "minor_version",
+                                                               "compatible_brands", "handler_name", "vendor_id",
+                                                               "language",          "iTunSMPB",     "duration"};
     const AVDictionaryEntry* entry = nullptr;
     while ((entry = av_dict_get(dictionary, "", entry, AV_DICT_IGNORE_SUFFIX))) {
-        if (!belongsToTheFile(entry->key) && *entry->value) tags.try_emplace(entry->key, entry->value);
+        const std::string name = entry->key;
+        if (ofFiles.contains(name) || name.starts_with("_STATISTICS") || !*entry->value) continue;
+        tags.try_emplace(name, entry->value);
     }
+}
+
+AVStream* firstWhere(const AVFormatContext& format, bool (*fits)(const AVStream&)) {
+    AVStream** end = format.streams + format.nb_streams;
+    AVStream** stream = std::find_if(format.streams, end, [&](const AVStream* one) { return fits(*one); });
+    return stream == end ? nullptr : *stream;
+}
+
+bool isAudio(const AVStream& stream) { return stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO; }
+
+bool isPicture(const AVStream& stream) {
+    return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0 && stream.attached_pic.size > 0;
 }
 
 // MP4 files may name their parts at the end; then they cannot be read from front to back.
@@ -47,19 +59,16 @@ bool isTag(const AVPacket& packet) {
     return start.starts_with("ID3") || start.starts_with("TAG") || start == "APETAGEX";
 }
 
-// An Ogg stream that was not cut off ends with a whole page that says so.
+// An Ogg stream that was not cut off ends with a whole page that says so. A page's head ends with the number of its
+// segments and the size of each.
 bool endsWithLastPage(const std::string& tail) {
-    constexpr std::size_t kind = 5;  // where a page's head has it
     constexpr std::size_t headSize = 27;
-    constexpr unsigned char last = 4;
-    const auto byte = [&](std::size_t at) { return at < tail.size() ? static_cast<unsigned char>(tail[at]) : 0U; };
-    const std::size_t page = tail.rfind("OggS");
-    if (page == std::string::npos || (byte(page + kind) & last) == 0) return false;
-    // The head ends with the number of segments and the size of each.
-    const std::size_t segments = byte(page + headSize - 1);
-    std::size_t end = page + headSize + segments;
-    for (std::size_t i = 0; i < segments; ++i) end += byte(page + headSize + i);
-    return end <= tail.size();
+    const std::string page = tail.substr(std::min(tail.rfind("OggS"), tail.size()));
+    if (page.size() < headSize || (page[5] & 4) == 0) return false;
+    const auto* sizes = reinterpret_cast<const std::uint8_t*>(page.data()) + headSize;
+    const std::size_t segments = sizes[-1];
+    if (page.size() < headSize + segments) return false;
+    return std::accumulate(sizes, sizes + segments, headSize + segments) <= page.size();
 }
 
 // The samples of a WAV, RF64, Wave64 or CAF file. The libraries forget it when the file is shorter.
@@ -77,39 +86,36 @@ bool isOpen(std::uint64_t size) {
 // Returns nothing for other kinds of files, and when the length was left open. The kinds have the same chunks: a name,
 // a size, the data; then the next one at an even place.
 std::optional<DataChunk> findDataChunk(const std::string& head) {
-    const bool isRiff = head.starts_with("RIFF"), isWave64 = head.starts_with("riff"), isCaf = head.starts_with("caff");
-    const bool isRf64 = head.starts_with("RF64") || head.starts_with("BW64");
-    if (!isRiff && !isWave64 && !isCaf && !isRf64) return std::nullopt;
-    const std::size_t chunkHead = isCaf ? 12 : isWave64 ? 24 : 8;
-    const std::size_t align = isCaf ? 1 : isWave64 ? 8 : 2;
+    struct Kind {
+        const char* name;
+        std::size_t first, chunkHead, align;  // bytes: where chunks begin, before their data, between them
+    };
+    static constexpr Kind kinds[] = {
+        {"RIFF", 12, 8, 2}, {"RF64", 12, 8, 2}, {"BW64", 12, 8, 2}, {"riff", 40, 24, 8}, {"caff", 8, 12, 1}};
+    const auto* kind = std::ranges::find_if(kinds, [&](const Kind& one) { return head.starts_with(one.name); });
+    if (kind == std::end(kinds)) return std::nullopt;
+    const bool isCaf = kind->chunkHead == 12, isWave64 = kind->chunkHead == 24;
     std::uint64_t longSize = 0;
-    for (std::uint64_t at = isCaf ? 8 : isWave64 ? 40 : 12; at + chunkHead + 16 <= head.size();) {
+    for (std::uint64_t at = kind->first; at + kind->chunkHead + 16 <= head.size();) {
         const char* chunk = head.data() + at;
-        std::uint64_t size = isCaf      ? AV_RB64(chunk + 4)
-                             : isWave64 ? AV_RL64(chunk + 16) - chunkHead
-                                        : AV_RL32(chunk + 4);
-        at += chunkHead;
-        if (std::memcmp(chunk, "ds64", 4) == 0) longSize = AV_RL64(chunk + chunkHead + 8);
+        at += kind->chunkHead;
+        std::uint64_t size = AV_RL32(chunk + 4);
+        if (isCaf) size = AV_RB64(chunk + 4);
+        if (isWave64) size = AV_RL64(chunk + 16) - kind->chunkHead;
+        if (std::memcmp(chunk, "ds64", 4) == 0) longSize = AV_RL64(head.data() + at + 8);
         if (std::memcmp(chunk, "data", 4) == 0) {
             const bool isLong = longSize > 0 && size == 0xFFFFFFFF;
             if (!isLong && isOpen(size)) return std::nullopt;
             const std::int64_t skipped = isCaf ? 4 : 0;  // a number of edits
             const std::uint64_t fileSize = AV_RL32(head.data() + 4);
-            return DataChunk{static_cast<std::int64_t>(isLong ? longSize : size) - skipped,
-                             static_cast<std::int64_t>(at) + skipped,
-                             isRiff && !isOpen(fileSize) ? static_cast<std::int64_t>(fileSize) + 8 : 0};
+            return DataChunk{
+                static_cast<std::int64_t>(isLong ? longSize : size) - skipped, static_cast<std::int64_t>(at) + skipped,
+                head.starts_with("RIFF") && !isOpen(fileSize) ? static_cast<std::int64_t>(fileSize) + 8 : 0};
         }
         if (size > head.size()) break;
-        at += (size + align - 1) / align * align;
+        at += (size + kind->align - 1) / kind->align * kind->align;
     }
     return std::nullopt;
-}
-
-AVStream* firstAudio(const AVFormatContext& format) {
-    const auto isAudio = [](const AVStream* stream) { return stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO; };
-    AVStream** end = format.streams + format.nb_streams;
-    AVStream** stream = std::find_if(format.streams, end, isAudio);
-    return stream == end ? nullptr : *stream;
 }
 
 }  // namespace
@@ -119,49 +125,61 @@ bool isRawFormat(const std::string& format) {
     return codec && av_find_input_format(format.c_str());
 }
 
-AudioReader::AudioReader(const AudioInput& input)
-    : _input(input), _name(input.place.label()), _bytes(input.place, ByteStream::Direction::in) {
+AudioReader::AudioReader(const AudioInput& input) : _input(input), _bytes(input.place, ByteStream::Direction::in) {
     const LibraryLog::Scope scope(_log);
-    if (!_bytes.isSeekable() && isMp4(_bytes.head())) _bytes.spool();
     open();
     openDecoder();
-    takeTagsAndPicture();
-    findLimit();
+    addTags(_tags, _format->metadata);
+    addTags(_tags, _stream->metadata);  // where Ogg has them
+    if (const AVStream* picture = firstWhere(*_format, isPicture)) {
+        const AVPacket& file = picture->attached_pic;
+        const AVCodecParameters& kind = *picture->codecpar;
+        _picture = {avcodec_get_name(kind.codec_id), kind.width, kind.height, {file.data, file.data + file.size}};
+    }
     _from = std::llround(input.start * _rate);
     // A day of any rate is far from the largest number; so is what users mean by no limit.
     if (input.duration < 1e9) _until = _from + std::llround(input.duration * _rate);
-    _errorsSeen = _log.errors();
-    while (_ready.empty() && !_isOver) decode();
+    _errorsSeen = _log.errors;
+    decode(1);
     if (_position == 0 && !_damage.empty()) throw unreadable(_damage.front().reason, "check that it is a song");
     if (_isOver && _from > 0 && _position <= _from) {
-        char length[32];
-        std::snprintf(length, sizeof length, "%.3f", seconds(_position));
-        throw Failure(ExitCode::wrongUsage, _name + ": is only " + length + " seconds long; choose an earlier --start");
+        throw Failure(ExitCode::wrongUsage, _input.place.label() + ": is only " + std::to_string(seconds(_position)) +
+                                                " seconds long; choose an earlier --start");
     }
 }
 
 Failure AudioReader::unreadable(const std::string& reason, const std::string& nextStep) const {
-    return {ExitCode::inputUnreadable, _name + ": cannot be read as a song (" + reason + "); " + nextStep};
+    return {ExitCode::inputUnreadable,
+            _input.place.label() + ": cannot be read as a song (" + reason + "); " + nextStep};
 }
 
 void AudioReader::open() {
+    if (_bytes.head().empty()) throw unreadable("it is empty", "check what wrote it");
+    std::int64_t trackTicks = 0;
     if (isMp4(_bytes.head())) {
+        if (!_bytes.isSeekable()) _bytes.spool();
         const FormatHandle unedited = openContainer(false);
-        if (const AVStream* stream = firstAudio(*unedited)) _trackTicks = stream->duration;
+        if (const AVStream* stream = firstWhere(*unedited, isAudio)) trackTicks = stream->duration;
         avio_seek(_bytes.context(), 0, SEEK_SET);
     }
     _format = openContainer(true);
     const int found = avformat_find_stream_info(_format.get(), nullptr);
     if (found < 0) throw unreadable(errorText(found), "check that it is a song and complete");
-    _stream = firstAudio(*_format);
+    _stream = firstWhere(*_format, isAudio);
     if (!_stream) throw unreadable("there is no audio in it", "name a song");
-    for (unsigned i = 0; i < _format->nb_streams; ++i) {
-        if (_format->streams[i] != _stream) _format->streams[i]->discard = AVDISCARD_ALL;
-    }
+    for (AVStream* one : std::span(_format->streams, _format->nb_streams)) one->discard = AVDISCARD_ALL;
+    _stream->discard = AVDISCARD_DEFAULT;
+    _rate = _stream->codecpar->sample_rate;
+    if (trackTicks == 0 || _stream->duration <= 0 || _rate < 1) return;
+    // MP4 counts the samples of a song, but its last packet decodes to a whole frame. Its edit list, which leaves out
+    // what the encoder has put in front, often counts in milliseconds; the track's own length is exact then.
+    const AVIndexEntry* first = avformat_index_get_entry(_stream, 0);
+    const std::int64_t exact = samples(trackTicks + (first ? std::min<std::int64_t>(0, first->timestamp) : 0));
+    _limit = samples(_stream->duration);
+    if (std::abs(exact - _limit) <= _rate / 500) _limit = exact;
 }
 
 FormatHandle AudioReader::openContainer(bool withEdits) {
-    if (_bytes.head().empty()) throw unreadable("it is empty", "check what wrote it");
     AVFormatContext* format = allocated(avformat_alloc_context());
     format->pb = _bytes.context();
     format->flags |= AVFMT_FLAG_CUSTOM_IO;
@@ -176,12 +194,10 @@ FormatHandle AudioReader::openContainer(bool withEdits) {
         av_dict_set_int(&options, "sample_rate", _input.raw->rate, 0);
         av_dict_set(&options, "ch_layout", (std::to_string(_input.raw->channels) + "c").c_str(), 0);
     }
-    // WMA's length is forgotten where the file's size contradicts its header.
-    if (_bytes.head().starts_with("\x30\x26\xB2\x75")) _bytes.hideSize();
     const int result = avformat_open_input(&format, _input.place.path.c_str(), kind, &options);
     av_dict_free(&options);
     if (result < 0) {
-        const std::string& reason = _log.lastError();
+        const std::string& reason = _log.lastError;
         throw unreadable(reason.empty() ? errorText(result) : reason, "check that it is a song and complete");
     }
     return FormatHandle(format);
@@ -189,18 +205,17 @@ FormatHandle AudioReader::openContainer(bool withEdits) {
 
 void AudioReader::openDecoder() {
     const AVCodecParameters& parameters = *_stream->codecpar;
-    _rate = parameters.sample_rate;
     _channels = parameters.ch_layout.nb_channels;
     if (_rate < 1 || _channels < 1) throw unreadable("its rate or channels are unknown", "check that it is complete");
     if (_channels > 2) {
         throw unreadable("it has " + std::to_string(_channels) + " channels",
                          "mix it down to two, for example with: ffmpeg -i SONG -ac 2 STEREO.wav");
     }
+    const std::string name = avcodec_get_name(parameters.codec_id);
     const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
-    if (!codec) {
-        throw unreadable(std::string("FFmpeg has no decoder for ") + avcodec_get_name(parameters.codec_id),
-                         "convert it to WAV or FLAC with another program");
-    }
+    if (!codec) throw unreadable("FFmpeg has no decoder for " + name, "convert it to WAV or FLAC with another program");
+    // WAV files give plain samples in packets of 4096 bytes otherwise.
+    if (name.starts_with("pcm_")) av_opt_set_int(_format.get(), "max_size", 1 << 15, AV_OPT_SEARCH_CHILDREN);
     _decoder.reset(allocated(avcodec_alloc_context3(codec)));
     avcodec_parameters_to_context(_decoder.get(), &parameters);
     _decoder->pkt_timebase = _stream->time_base;
@@ -209,30 +224,6 @@ void AudioReader::openDecoder() {
     if (const int result = avcodec_open2(_decoder.get(), codec, nullptr); result < 0) {
         throw unreadable(errorText(result), "check that it is complete");
     }
-}
-
-void AudioReader::takeTagsAndPicture() {
-    addTags(_tags, _format->metadata);
-    addTags(_tags, _stream->metadata);  // where Ogg has them
-    for (unsigned i = 0; i < _format->nb_streams && _picture.codec.empty(); ++i) {
-        const AVStream& stream = *_format->streams[i];
-        const AVPacket& packet = stream.attached_pic;
-        if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0 || packet.size <= 0) continue;
-        _picture = {avcodec_get_name(stream.codecpar->codec_id),
-                    stream.codecpar->width,
-                    stream.codecpar->height,
-                    {packet.data, packet.data + packet.size}};
-    }
-}
-
-// MP4 counts the samples of a song, but its last packet decodes to a whole frame. Its edit list, which leaves out what
-// the encoder has put in front, often counts in milliseconds; the track's own length is exact then.
-void AudioReader::findLimit() {
-    if (_trackTicks == 0 || _stream->duration <= 0) return;
-    const AVIndexEntry* first = avformat_index_get_entry(_stream, 0);
-    const std::int64_t exact = samples(_trackTicks + (first ? std::min<std::int64_t>(0, first->timestamp) : 0));
-    _limit = samples(_stream->duration);
-    if (std::abs(exact - _limit) <= _rate / 500) _limit = exact;
 }
 
 std::optional<std::int64_t> AudioReader::length() const {
@@ -253,20 +244,22 @@ std::optional<std::int64_t> AudioReader::length() const {
 
 std::vector<float> AudioReader::read() {
     const LibraryLog::Scope scope(_log);
-    while (_ready.size() < 2 * leastBlock && !_isOver) decode();
+    decode(leastBlock);
     return std::exchange(_ready, {});
 }
 
-// One step of the decoder: it wants a packet, gives a frame or has come to its end.
-void AudioReader::decode() {
-    const int result = avcodec_receive_frame(_decoder.get(), _frame.get());
-    const bool isBroken = failed(result);
-    if (result == 0) {
-        take(*_frame);
-    } else if (result == AVERROR(EAGAIN)) {
-        feed();
-    } else if (result == AVERROR_EOF || !isBroken) {
-        end();
+// Until so many samples are ready. At each step the decoder wants a packet, gives a frame or has come to its end.
+void AudioReader::decode(std::size_t least) {
+    while (_ready.size() < 2 * least && !_isOver) {
+        const int result = avcodec_receive_frame(_decoder.get(), _frame.get());
+        const bool isBroken = failed(result);
+        if (result == 0) {
+            take(*_frame);
+        } else if (result == AVERROR(EAGAIN)) {
+            feed();
+        } else if (result == AVERROR_EOF || !isBroken) {
+            end();
+        }
     }
 }
 
@@ -277,7 +270,7 @@ void AudioReader::feed() {
     const bool isComplete = claim() > 0 && _ticks >= claim();
     // A last piece of plain samples may be short: their length tells whether any are missing.
     const bool isPlain = (_packet->flags & AV_PKT_FLAG_CORRUPT) != 0 && av_get_bits_per_sample(_decoder->codec_id) > 0;
-    if ((result < 0 && isComplete) || isPlain) _errorsSeen = _log.errors();
+    if ((result < 0 && isComplete) || isPlain) _errorsSeen = _log.errors;
     failed(isComplete ? 0 : result);
     if (result < 0) {
         const bool isLast = result == AVERROR_EOF || isComplete || ++_failedReads > mostFailedReads;
@@ -301,9 +294,9 @@ void AudioReader::feed() {
 // Whether a call of the libraries went wrong: it may say so, or only log it. That is noted as damage.
 bool AudioReader::failed(int result) {
     const bool isError = result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_EOF;
-    const bool hasLogged = _log.errors() > std::exchange(_errorsSeen, _log.errors());
+    const bool hasLogged = _log.errors > std::exchange(_errorsSeen, _log.errors);
     if (!isError && !hasLogged) return false;
-    note(seconds(_position), hasLogged ? _log.lastError() : errorText(result));
+    note(seconds(_position), hasLogged ? _log.lastError : errorText(result));
     return isError;
 }
 
@@ -319,7 +312,12 @@ void AudioReader::take(const AVFrame& frame) {
     if ((frame.flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame.decode_error_flags != 0) {
         note(seconds(_position), "the decoder could not make sense of the data");
     }
-    prepareConverter(frame);
+    // Format, rate and channels may change where songs were joined.
+    const std::array kind{frame.format, frame.sample_rate, frame.ch_layout.nb_channels};
+    if (std::exchange(_kind, kind) != kind) {
+        if (_converter) convert(nullptr, 0);
+        _converter.emplace(frame.ch_layout, static_cast<AVSampleFormat>(frame.format), frame.sample_rate, _rate);
+    }
     if (_expected == AV_NOPTS_VALUE && _hasFailed) _expected = _stream->start_time;
     if (_expected != AV_NOPTS_VALUE && frame.pts != AV_NOPTS_VALUE) fillGap(samples(frame.pts - _expected), frame);
     if (frame.pts != AV_NOPTS_VALUE) _expected = frame.pts;
@@ -338,30 +336,34 @@ void AudioReader::fillGap(std::int64_t gap, const AVFrame& frame) {
     // A coarse clock means whole frames.
     if (tick > 1 && frame.nb_samples > 0) gap = (gap + frame.nb_samples / 2) / frame.nb_samples * frame.nb_samples;
     if (!_hasFailed) note(seconds(_position), "part of the song is missing");
-    const std::vector<float> silence(static_cast<std::size_t>(_rate));
-    for (std::int64_t left = gap; left > 0; left -= _rate) {
-        append(silence.data(), std::min<std::int64_t>(left, _rate), 1);
-    }
+    const std::size_t before = _ready.size();
+    _ready.resize(before + 2 * static_cast<std::size_t>(gap));
+    keepWanted(before);
     if (!_damage.empty()) _damage.back().to = std::max(_damage.back().to, seconds(_position));
 }
 
-// For the format, rate and channels of the frame, which may change where songs were joined.
-void AudioReader::prepareConverter(const AVFrame& frame) {
-    const int width = frame.ch_layout.nb_channels;
-    if (_converter && frame.format == _frameFormat && frame.sample_rate == _frameRate && width == _frameChannels)
-        return;
-    if (_converter) convert(nullptr, 0);
-    _converter = makeConverter(frame.ch_layout, static_cast<AVSampleFormat>(frame.format), frame.sample_rate, _rate);
-    _frameFormat = frame.format;
-    _frameRate = frame.sample_rate;
-    _frameChannels = width;
+// Without data: what the converter withholds.
+void AudioReader::convert(const std::uint8_t** data, int count) {
+    const std::size_t before = _ready.size();
+    _converter->process(data, count, _ready);
+    keepWanted(before);
 }
 
-void AudioReader::convert(const std::uint8_t** data, int count) {
-    const int width = std::min(_frameChannels, 2);
-    std::vector<float> floats;
-    tool::convert(_converter.get(), data, count, width, floats);
-    append(floats.data(), std::ssize(floats) / width, width);
+// Of the samples that came behind the first `before`.
+void AudioReader::keepWanted(std::size_t before) {
+    const auto begin = _ready.begin() + static_cast<std::ptrdiff_t>(before);
+    const std::int64_t count = (_ready.end() - begin) / 2;
+    const std::int64_t first = std::clamp<std::int64_t>(_from - _position, 0, count);
+    const std::int64_t last = std::clamp<std::int64_t>(std::min(_until, _limit) - _position, first, count);
+    _ready.erase(begin + 2 * last, _ready.end());
+    _ready.erase(begin, begin + 2 * first);
+    if (const std::int64_t bad = countNotFinite({begin, _ready.end()}); bad > 0) {
+        _notFinite += bad * _channels / 2;
+        std::replace_if(
+            begin, _ready.end(), [](float sample) { return !std::isfinite(sample); }, 0.0F);
+    }
+    _position = std::min(_position + count, std::max(_position, _limit));
+    if (_position >= _until) _isOver = true;
 }
 
 // How long the container says in packets that the song is; 0 when it does not. Ogg has its last page instead.
@@ -374,24 +376,6 @@ std::int64_t AudioReader::claim() const {
     return isKnown ? av_rescale_q(_format->duration, AVRational{1, AV_TIME_BASE}, _stream->time_base) : 0;
 }
 
-// Takes what is wanted of decoded samples; of one channel, both sides get it.
-void AudioReader::append(const float* samples, std::int64_t count, int width) {
-    const std::int64_t first = std::clamp<std::int64_t>(_from - _position, 0, count);
-    const std::int64_t last = std::clamp<std::int64_t>(std::min(_until, _limit) - _position, first, count);
-    const std::ptrdiff_t before = std::ssize(_ready);
-    _ready.resize(static_cast<std::size_t>(before + 2 * (last - first)));
-    float* ready = _ready.data() + before;
-    for (const float* sample = samples + first * width; sample < samples + last * width; sample += width) {
-        *ready++ = sample[0];
-        *ready++ = sample[width - 1];
-    }
-    const auto isBad = [](float sample) { return !std::isfinite(sample); };
-    _notFinite += std::count_if(_ready.begin() + before, _ready.end(), isBad) * width / 2;
-    std::replace_if(_ready.begin() + before, _ready.end(), isBad, 0.0F);
-    _position = std::min(_position + count, std::max(_position, _limit));
-    if (_position >= _until) _isOver = true;
-}
-
 void AudioReader::end() {
     _isOver = true;
     if (_converter) convert(nullptr, 0);
@@ -400,23 +384,20 @@ void AudioReader::end() {
     if (_isCutOff || (isOgg && !endsWithLastPage(_bytes.tail()))) note(seconds(_position), "the end is missing");
     if (const auto chunk = findDataChunk(_bytes.head()); chunk && !_input.raw) {
         // Samples have one size here, and the length is one of bytes.
-        const double bytesPerSecond = _packetBytes > 0 && _position > 0
-                                          ? static_cast<double>(_packetBytes) / seconds(_position)
-                                          : static_cast<double>(_stream->codecpar->bit_rate) / 8;
+        const bool isMeasured = _packetBytes > 0 && _position > 0;
+        const double second = isMeasured ? static_cast<double>(_packetBytes) / seconds(_position)
+                                         : static_cast<double>(_stream->codecpar->bit_rate) / 8;
         const std::int64_t beyond = chunk->fileSize > 0 ? _bytes.size() - chunk->fileSize : 0;
-        const bool isLonger = static_cast<double>(beyond) > 0.1 * bytesPerSecond;
+        const bool isLonger = static_cast<double>(beyond) > 0.1 * second;
         const std::int64_t actual = isLonger ? _bytes.size() - chunk->offset : _packetBytes;
-        if (chunk->size > actual || isLonger) {
-            _wrongLength = {static_cast<double>(chunk->size) / bytesPerSecond,
-                            static_cast<double>(actual) / bytesPerSecond};
-        }
+        if (chunk->size <= actual && !isLonger) return;
+        _wrongLength = {static_cast<double>(chunk->size) / second, static_cast<double>(actual) / second};
     } else if (claim() > 0) {
         const std::int64_t more = _ticks - claim();
         const std::int64_t sample = av_rescale_q(1, {1, _rate}, _stream->time_base);
-        if (more < -std::max<std::int64_t>(1, sample) || more > _lastTicks) {
-            const double tick = av_q2d(_stream->time_base);
-            _wrongLength = {static_cast<double>(claim()) * tick, static_cast<double>(_ticks) * tick};
-        }
+        if (more >= -std::max<std::int64_t>(1, sample) && more <= _lastTicks) return;
+        const double tick = av_q2d(_stream->time_base);
+        _wrongLength = {static_cast<double>(claim()) * tick, static_cast<double>(_ticks) * tick};
     }
 }
 

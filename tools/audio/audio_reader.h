@@ -2,15 +2,16 @@
 /// Reads a song block by block.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "audio/audio_file.h"
 #include "audio/byte_stream.h"
 #include "audio/ffmpeg.h"
+#include "audio/resampler.h"
 #include "common/failure.h"
 
 namespace tavrin::tool {
@@ -86,23 +87,20 @@ public:
     /// How many samples were infinite or not a number. They are read as silence.
     std::int64_t notFinite() const { return _notFinite; }
     /// What FFmpeg's libraries had to say, a line each, at most a hundred. May hold control characters from the song.
-    const std::vector<std::string>& messages() const { return _log.lines(); }
+    const std::vector<std::string>& messages() const { return _log.lines; }
 
 private:
     Failure unreadable(const std::string& reason, const std::string& nextStep) const;
-    FormatHandle openContainer(bool withEdits);
     void open();
+    FormatHandle openContainer(bool withEdits);
     void openDecoder();
-    void takeTagsAndPicture();
-    void findLimit();
 
-    void decode();
+    void decode(std::size_t least);
     void feed();
     void take(const AVFrame& frame);
     void fillGap(std::int64_t gap, const AVFrame& frame);
-    void prepareConverter(const AVFrame& frame);
     void convert(const std::uint8_t** data, int count);
-    void append(const float* samples, std::int64_t count, int width);
+    void keepWanted(std::size_t before);
     void end();
     bool failed(int result);
     void note(double from, const std::string& reason);
@@ -111,7 +109,6 @@ private:
     std::int64_t samples(std::int64_t ticks) const { return av_rescale_q(ticks, _stream->time_base, {1, _rate}); }
 
     AudioInput _input;
-    std::string _name;
     int _rate = 0;
     int _channels = 0;
     Tags _tags;
@@ -127,20 +124,14 @@ private:
     CodecHandle _decoder;
     PacketHandle _packet{allocated(av_packet_alloc())};
     FrameHandle _frame{allocated(av_frame_alloc())};
-
-    ConverterHandle _converter;  // to floating point, and to the song's rate when that changes on the way
-    int _frameRate = 0;          // what the converter was made for
-    int _frameFormat = -1;
-    int _frameChannels = 0;
-
-    std::int64_t _trackTicks = 0;  // length of an MP4 track without its edit list
+    std::optional<Resampler> _converter;  // to the song's rate when that changes on the way
+    std::array<int, 3> _kind{};           // of the frames that it was made for: format, rate, channels
 
     // Samples per channel, counted from the song's beginning.
     static constexpr std::int64_t unlimited = std::numeric_limits<std::int64_t>::max();
-    std::int64_t _position = 0;  // next to be decoded
-    std::int64_t _from = 0;      // wanted part
-    std::int64_t _until = unlimited;
-    std::int64_t _limit = unlimited;  // what the container counts as song
+    std::int64_t _position = 0;                  // next to be decoded
+    std::int64_t _from = 0, _until = unlimited;  // wanted part
+    std::int64_t _limit = unlimited;             // what the container counts as song
     std::vector<float> _ready;
     bool _isOver = false;
 
@@ -150,8 +141,7 @@ private:
     int _failedReads = 0;
 
     // What comes, as the container counts it.
-    std::int64_t _ticks = 0;      // end of the last packet
-    std::int64_t _lastTicks = 0;  // of the last packet alone
+    std::int64_t _ticks = 0, _lastTicks = 0;  // end of the last packet, and its length
     std::int64_t _packetBytes = 0;
     bool _isCutOff = false;  // the last packet
 };

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "audio/audio_file.h"
 #include "audio/audio_format.h"
 #include "audio/byte_stream.h"
 #include "audio/ffmpeg.h"
@@ -54,30 +53,26 @@ public:
 
 private:
     Failure unwritable(const std::string& reason, const std::string& nextStep = "choose another --format") const;
-    void check(int result, const char* what);
+    void check(int result);
     void openEncoder();
     void openFile();
     void addPicture();
-    void writePicture();
-    void encode(std::size_t least);
+    std::span<const float> encode(std::span<const float> samples, bool isEnd = false);
     void fill(AVFrame& frame, const float* samples);
     void send(const AVFrame* frame);
 
     LibraryLog _log;
     AudioOutput _output;
     const AudioFormat& _kind;
-    int _rate;
     ByteStream _bytes;
     std::unique_ptr<AVFormatContext, decltype(&avformat_free_context)> _format{nullptr, avformat_free_context};
     CodecHandle _encoder;
     AVStream* _stream = nullptr;
-    AVStream* _pictureStream = nullptr;
     PacketHandle _packet{allocated(av_packet_alloc())};
+    FrameHandle _frame{allocated(av_frame_alloc())};
     Resampler _resampler;
-    std::uint32_t _noise;           // the state of the dither's random numbers
-    std::size_t _frameSize = 4096;  // samples per channel: that of the encoder, unless it takes any
-    std::vector<float> _waiting;    // stereo, for a whole frame
-    std::int64_t _encoded = 0;      // samples per channel
+    std::uint32_t _noise;         // the state of the dither's random numbers
+    std::vector<float> _waiting;  // stereo, for a whole frame
     std::int64_t _packets = 0;
 };
 

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <utility>
+#include <vector>
 
 #include "common/failure.h"
 
@@ -16,7 +16,7 @@ namespace tavrin::tool {
 
 namespace {
 
-constexpr int bufferSize = 1 << 16;
+constexpr std::size_t bufferSize = 1 << 16;
 
 // Calls until something was done. A descriptor that came from outside may be one that does not wait.
 template <typename Call>
@@ -30,6 +30,14 @@ ssize_t waitFor(int descriptor, short event, Call call) {
 }
 
 }  // namespace
+
+FileHandle makeScratchFile(const std::filesystem::path& folder) {
+    // Not every file system knows files that never had a name.
+    std::string name = (folder / ".tavrin-XXXXXX").string();
+    const int descriptor = mkostemp(name.data(), 0);
+    if (descriptor >= 0) unlink(name.c_str());
+    return {descriptor < 0 ? nullptr : fdopen(descriptor, "w+"), std::fclose};
+}
 
 ByteStream::ByteStream(const AudioPlace& place, Direction direction) : _place(place), _descriptor(place.descriptor) {
     const bool isInput = direction == Direction::in;
@@ -45,24 +53,19 @@ ByteStream::ByteStream(const AudioPlace& place, Direction direction) : _place(pl
         throw Failure(ExitCode::inputUnreadable,
                       place.label() + ": cannot be read (" + reason + "); check the name and the rights");
     }
-    // A shared file that others append to is written from front to back.
-    const bool appends = !isInput && (fcntl(_descriptor, F_GETFL) & O_APPEND) != 0;
-    _isSeekable = (S_ISREG(status.st_mode) || S_ISBLK(status.st_mode)) && !appends;
-    if (_isSeekable) _origin = lseek(_descriptor, 0, SEEK_CUR);
     auto* buffer = static_cast<unsigned char*>(allocated(av_malloc(bufferSize)));
-#if LIBAVFORMAT_VERSION_MAJOR < 61
-    using Written = std::uint8_t*;
-#else
-    using Written = const std::uint8_t*;
-#endif
     _context.reset(allocated(avio_alloc_context(
         buffer, bufferSize, !isInput, this,
         [](void* self, std::uint8_t* bytes, int size) { return static_cast<ByteStream*>(self)->read(bytes, size); },
-        [](void* self, Written bytes, int size) { return static_cast<ByteStream*>(self)->write(bytes, size); },
+        // The bytes are const in newer versions.
+        [](void* self, auto* bytes, int size) { return static_cast<ByteStream*>(self)->write(bytes, size); },
         [](void* self, std::int64_t offset, int whence) {
             return static_cast<ByteStream*>(self)->seek(offset, whence);
         })));
-    _context->seekable = _isSeekable ? AVIO_SEEKABLE_NORMAL : 0;
+    // A file that begins elsewhere is like a pipe, and so is a shared one that others append to.
+    const bool appends = !isInput && (fcntl(_descriptor, F_GETFL) & O_APPEND) != 0;
+    const bool isFile = S_ISREG(status.st_mode) || S_ISBLK(status.st_mode);
+    _context->seekable = isFile && !appends && lseek(_descriptor, 0, SEEK_CUR) == 0;
     if (!isInput) return;
     // So much tells a song's kind; the rest of a pipe may be long in coming. All of it is in the buffer, to be read.
     std::uint8_t first[12];
@@ -71,9 +74,9 @@ ByteStream::ByteStream(const AudioPlace& place, Direction direction) : _place(pl
     avio_seek(_context.get(), 0, SEEK_SET);
 }
 
-void ByteStream::FreeContext::operator()(AVIOContext* context) const {
-    av_freep(&context->buffer);
-    avio_context_free(&context);
+void ByteStream::freeContext(AVIOContext** context) {
+    av_freep(&(*context)->buffer);
+    avio_context_free(context);
 }
 
 int ByteStream::fail() {
@@ -86,35 +89,35 @@ int ByteStream::read(std::uint8_t* bytes, int size) {
     const ssize_t count = waitFor(_descriptor, POLLIN, some);
     if (count < 0) return fail();
     if (count == 0) return AVERROR_EOF;
+    if (!_head.empty() && !_head.starts_with("OggS")) return static_cast<int>(count);
     _tail.append(bytes, bytes + count);
-    if (_tail.size() > std::size_t{8} * bufferSize) _tail.erase(0, _tail.size() - bufferSize);
+    if (_tail.size() > 8 * bufferSize) _tail.erase(0, _tail.size() - bufferSize);
     return static_cast<int>(count);
 }
 
 int ByteStream::write(const std::uint8_t* bytes, int size) {
-    for (int written = 0; written < size;) {
-        const auto some = [&] {
-            return ::write(_descriptor, bytes + written, static_cast<std::size_t>(size - written));
-        };
+    for (const std::uint8_t* end = bytes + size; bytes < end;) {
+        const auto some = [&] { return ::write(_descriptor, bytes, static_cast<std::size_t>(end - bytes)); };
         const ssize_t count = waitFor(_descriptor, POLLOUT, some);
         if (count < 0) return fail();
-        written += static_cast<int>(count);
+        bytes += count;
     }
     return size;
 }
 
 std::int64_t ByteStream::seek(std::int64_t offset, int whence) {
-    if (whence == AVSEEK_SIZE) return size();
-    if (!_isSeekable) return AVERROR(ESPIPE);
+    // WMA's length is forgotten where the file's size contradicts its header.
+    if (whence == AVSEEK_SIZE) return _head.starts_with("\x30\x26\xB2\x75") ? 0 : size();
+    if (!isSeekable()) return AVERROR(ESPIPE);
     _tail.clear();
-    const off_t position = lseek(_descriptor, whence == SEEK_SET ? offset + _origin : offset, whence & ~AVSEEK_FORCE);
-    return position < 0 ? AVERROR(errno) : position - _origin;
+    const off_t position = lseek(_descriptor, offset, whence & ~AVSEEK_FORCE);
+    return position < 0 ? AVERROR(errno) : position;
 }
 
 // Not an error for a pipe: MP3 files then lose their length.
 std::int64_t ByteStream::size() const {
     struct stat status {};
-    return _isSeekable && !_isSizeHidden && fstat(_descriptor, &status) == 0 ? status.st_size - _origin : 0;
+    return isSeekable() && fstat(_descriptor, &status) == 0 ? status.st_size : 0;
 }
 
 void ByteStream::spool() {
@@ -134,7 +137,6 @@ void ByteStream::spool() {
                           "); make room or choose another TMPDIR");
     }
     _descriptor = fileno(_spool.get());
-    _isSeekable = true;
     _context->seekable = AVIO_SEEKABLE_NORMAL;
     avio_seek(_context.get(), 0, SEEK_SET);
 }
@@ -142,14 +144,12 @@ void ByteStream::spool() {
 void ByteStream::finish() {
     avio_flush(_context.get());
     if (_spool) {
-        lseek(_descriptor, 0, SEEK_SET);
-        const int spooled = std::exchange(_descriptor, _file ? fileno(_file.get()) : _place.descriptor);
+        std::rewind(_spool.get());
+        _descriptor = _file ? fileno(_file.get()) : _place.descriptor;
         std::vector<std::uint8_t> bytes(bufferSize);
-        for (ssize_t count = 1; _error == 0 && count > 0;) {
-            count = ::read(spooled, bytes.data(), bytes.size());
-            if (count < 0) fail();
-            if (count > 0) write(bytes.data(), static_cast<int>(count));
-        }
+        while (const std::size_t count = _error == 0 ? std::fread(bytes.data(), 1, bytes.size(), _spool.get()) : 0)
+            write(bytes.data(), static_cast<int>(count));
+        if (std::ferror(_spool.get())) fail();
     }
     check();
     if (_file && std::fclose(_file.release()) != 0) fail();

@@ -3,13 +3,29 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
 #include <string>
 
-#include "audio/audio_file.h"
 #include "audio/ffmpeg.h"
-#include "audio/scratch_file.h"
 
 namespace tavrin::tool {
+
+/// A file, a named pipe, or a descriptor that is already open.
+struct AudioPlace {
+    std::filesystem::path path{};  ///< opened when there is no descriptor; any bytes, `-` and `http:` are file names
+    int descriptor = -1;           ///< taken as it is and left open, 0 for standard input; the path is then unused
+    std::string name{};            ///< how messages call it; empty: the path
+
+    std::string label() const { return name.empty() ? path.string() : name; }
+};
+
+using FileHandle = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+/// A file in that folder, for writing and reading, that has no name: it is gone when the program ends, however it ends.
+/// @return null, with errno set, when there can be none.
+FileHandle makeScratchFile(const std::filesystem::path& folder);
 
 class ByteStream {
 public:
@@ -21,13 +37,12 @@ public:
     ByteStream& operator=(const ByteStream&) = delete;
 
     AVIOContext* context() { return _context.get(); }
-    bool isSeekable() const { return _isSeekable; }
+    bool isSeekable() const { return _context->seekable != 0; }
     std::int64_t size() const;  ///< bytes; 0 when it is not known
-    void hideSize() { _isSizeHidden = true; }
 
     /// The first bytes of an input, as many as have come, at most 64 KiB. They are still to be read.
     const std::string& head() const { return _head; }
-    /// The last bytes that were read, 64 KiB or more unless there were fewer.
+    /// The last bytes that were read of an Ogg file, 64 KiB or more unless there were fewer.
     const std::string& tail() const { return _tail; }
 
     /// From now on, bytes come from or go to an unnamed file, in which one can seek. An input is read to its end first.
@@ -51,16 +66,11 @@ private:
     FileHandle _file{nullptr, std::fclose};  // when there is only a path
     FileHandle _spool{nullptr, std::fclose};
     int _descriptor;
-    bool _isSeekable = false;
-    bool _isSizeHidden = false;
-    std::int64_t _origin = 0;  // where in the file the stream begins
-    int _error = 0;            // errno of the first failure
+    int _error = 0;  // errno of the first failure
     std::string _head;
     std::string _tail;
-    struct FreeContext {
-        void operator()(AVIOContext* context) const;
-    };
-    std::unique_ptr<AVIOContext, FreeContext> _context;
+    static void freeContext(AVIOContext** context);
+    std::unique_ptr<AVIOContext, FreeWith<freeContext>> _context;
 };
 
 }  // namespace tavrin::tool

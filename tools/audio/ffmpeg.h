@@ -1,5 +1,5 @@
 /// @file
-/// What reader, writer and resampler share of FFmpeg's libraries.
+/// FFmpeg's libraries, as the other files here use them.
 #pragma once
 
 extern "C" {
@@ -9,9 +9,11 @@ extern "C" {
 #include <libavutil/opt.h>
 #include <libswresample/swresample.h>
 }
+#include <strings.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <new>
 #include <string>
@@ -29,7 +31,6 @@ struct FreeWith {
 using CodecHandle = std::unique_ptr<AVCodecContext, FreeWith<avcodec_free_context>>;
 using PacketHandle = std::unique_ptr<AVPacket, FreeWith<av_packet_free>>;
 using FrameHandle = std::unique_ptr<AVFrame, FreeWith<av_frame_free>>;
-using ConverterHandle = std::unique_ptr<SwrContext, FreeWith<swr_free>>;
 using FormatHandle = std::unique_ptr<AVFormatContext, FreeWith<avformat_close_input>>;
 
 /// The result of an allocation. @throws std::bad_alloc when there is none.
@@ -42,41 +43,35 @@ T* allocated(T* object) {
 /// What one of the libraries' negative results means.
 std::string errorText(int result);
 
-/// Converts samples of any kind to interleaved floats, of two channels at most, and to another rate.
-/// @throws Failure with ExitCode::inputUnreadable when the libraries cannot.
-ConverterHandle makeConverter(const AVChannelLayout& layout, AVSampleFormat format, int fromRate, int toRate);
-
-/// Appends what comes out of the converter for `count` samples per channel. Without data: what it still withholds.
-void convert(SwrContext* converter, const std::uint8_t** data, int count, int channels, std::vector<float>& result);
-
-/// Collects what the libraries have to say about one song: they know one log for the whole process, and without this
-/// it is the terminal.
-class LibraryLog {
-public:
-    /// While it lives, messages of the current thread go to `log`.
-    class Scope {
-    public:
+/// What the libraries have to say about one song: they know one log for the whole process, and without this it is the
+/// terminal.
+struct LibraryLog {
+    /// While it lives, messages of the current thread go to that log.
+    struct Scope {
         explicit Scope(LibraryLog& log);
         ~Scope();
         Scope(const Scope&) = delete;
-        Scope& operator=(const Scope&) = delete;
-
-    private:
-        LibraryLog* _outer;
     };
 
-    const std::vector<std::string>& lines() const { return _lines; }
-    /// How many lines were errors, those included that found no place in lines().
-    std::size_t errors() const { return _errors; }
-    const std::string& lastError() const { return _lastError; }
+    std::vector<std::string> lines{};  ///< the first hundred
+    std::size_t errors = 0;            ///< how many of all lines were errors
+    std::string lastError{};
+    std::string unfinished{};  ///< a line may come in several pieces
+};
 
-private:
-    static void receive(void* object, int level, const char* format, va_list arguments);
+struct WithoutCase {
+    bool operator()(const std::string& a, const std::string& b) const { return strcasecmp(a.c_str(), b.c_str()) < 0; }
+};
 
-    std::vector<std::string> _lines;
-    std::string _unfinished;  // a line may come in several pieces
-    std::string _lastError;
-    std::size_t _errors = 0;
+/// Texts by name ("title", "artist", "track", ...), as the libraries call those of every container.
+using Tags = std::map<std::string, std::string, WithoutCase>;
+
+/// The cover, as the file holds it.
+struct Picture {
+    std::string codec;  ///< "mjpeg", "png", ...; empty: there is no picture
+    int width = 0;      ///< pixels; 0 when the file does not say
+    int height = 0;
+    std::vector<std::uint8_t> bytes;
 };
 
 }  // namespace tavrin::tool

@@ -9,7 +9,7 @@
 
 #include "audio/audio_reader.h"
 #include "audio/audio_writer.h"
-#include "audio/scratch_file.h"
+#include "audio/byte_stream.h"
 #include "common/hidden_file.h"
 #include "separate/names.h"
 #include "separate/options.h"

@@ -1,7 +1,7 @@
 #include "stems/separation.h"
 
 #include <algorithm>
-#include <iterator>
+#include <functional>
 #include <utility>
 
 #include "audio/resampler.h"
@@ -10,50 +10,21 @@ namespace tavrin::tool {
 
 namespace {
 
-void append(std::vector<float>& to, const std::vector<float>& samples) {
+void append(std::vector<float>& to, std::vector<float> samples) {
+    if (to.empty()) return to.swap(samples);
     to.insert(to.end(), samples.begin(), samples.end());
 }
 
 std::vector<float> takeFront(std::vector<float>& from, std::size_t count) {
-    const auto end = from.begin() + static_cast<std::ptrdiff_t>(count);
-    std::vector<float> front(from.begin(), end);
-    from.erase(from.begin(), end);
-    return front;
+    if (count == 0) return {};
+    std::vector<float> behind(from.begin() + static_cast<std::ptrdiff_t>(count), from.end());
+    from.resize(count);
+    return std::exchange(from, std::move(behind));
 }
 
 std::size_t placeOf(const std::string& name, const std::vector<std::string>& names) {
     return static_cast<std::size_t>(std::find(names.begin(), names.end(), name) - names.begin());
 }
-
-// A model at work at its own rate, heard from outside at the song's.
-class ModelStream {
-public:
-    ModelStream(const Model& model, const SeparatorConfig& config, int songRate)
-        : _separator(model, config), _toModel(songRate, static_cast<int>(model.info().sampleRate)) {
-        for (std::size_t stem = 0; stem < config.stems.size(); ++stem)
-            _toSong.emplace_back(static_cast<int>(model.info().sampleRate), songRate);
-    }
-
-    Parts run(const std::vector<float>& song, bool isEnd) {
-        _taken += static_cast<std::int64_t>(song.size() / 2);
-        std::vector<float> samples = _toModel.process(song);
-        if (isEnd) append(samples, _toModel.finish());
-        Parts stems = _separator.process(samples);
-        const Parts last = isEnd ? _separator.finish() : Parts(stems.size());
-        for (std::size_t s = 0; s < stems.size(); ++s) {
-            append(stems[s], last[s]);
-            stems[s] = _toSong[s].process(std::move(stems[s]));
-            if (isEnd) append(stems[s], _toSong[s].finish(_taken));
-        }
-        return stems;
-    }
-
-private:
-    Separator _separator;
-    Resampler _toModel;
-    std::vector<Resampler> _toSong;  // one per stem
-    std::int64_t _taken = 0;         // samples per channel
-};
 
 }  // namespace
 
@@ -72,62 +43,80 @@ class Separation::Step {
 public:
     Step(const Stage& stage, int songRate) : _stems(stage.stems.size()) {
         for (const Model& model : stage.models) {
+            const int modelRate = static_cast<int>(model.info().sampleRate);
             SeparatorConfig config;
             config.latency = stage.latency;
             config.context = stage.context;
             std::vector<Lane> lanes;
-            for (const std::string& stem : stage.stems) {
-                if (placeOf(stem, model.info().stems) == model.info().stems.size()) continue;
-                config.stems.push_back(stem);
-                lanes.push_back({placeOf(stem, stage.stems), {}});
+            for (std::size_t stem = 0; stem < _stems; ++stem) {
+                if (placeOf(stage.stems[stem], model.info().stems) == model.info().stems.size()) continue;
+                config.stems.push_back(stage.stems[stem]);
+                lanes.push_back({stem, {modelRate, songRate}, {}});
             }
-            if (config.stems.empty()) continue;
-            _streams.emplace_back(model, config, songRate);
-            _lanes.push_back(std::move(lanes));
+            if (lanes.empty()) continue;
+            _streams.push_back({Separator(model, config), {songRate, modelRate}, std::move(lanes)});
         }
     }
 
-    Parts run(const std::vector<float>& song, bool isEnd) {
-        append(_song, song);
-        std::size_t ready = _song.size();
-        for (std::size_t i = 0; i < _streams.size(); ++i) {
-            const Parts stems = _streams[i].run(song, isEnd);
+    Parts run(std::vector<float> song, bool isEnd) {
+        _taken += static_cast<std::int64_t>(song.size() / 2);
+        std::size_t ready = _song.size() + song.size();
+        for (auto& [separator, toModel, lanes] : _streams) {
+            std::vector<float> samples = toModel.process(song);
+            if (isEnd) append(samples, toModel.finish());
+            Parts stems = separator.process(samples);
+            Parts last = isEnd ? separator.finish() : Parts(stems.size());
             for (std::size_t s = 0; s < stems.size(); ++s) {
-                append(_lanes[i][s].waiting, stems[s]);
-                ready = std::min(ready, _lanes[i][s].waiting.size());
+                append(stems[s], std::move(last[s]));
+                append(lanes[s].waiting, lanes[s].toSong.process(std::move(stems[s])));
+                if (isEnd) append(lanes[s].waiting, lanes[s].toSong.finish(_taken));
+                ready = std::min(ready, lanes[s].waiting.size());
             }
         }
+        append(_song, std::move(song));
         return take(ready);
     }
 
 private:
     struct Lane {
         std::size_t stem;  // its place among the stage's
+        Resampler toSong;
         std::vector<float> waiting;
     };
 
+    // A model at its own rate.
+    struct Stream {
+        Separator separator;
+        Resampler toModel;
+        std::vector<Lane> lanes;  // of its stems
+    };
+
     Parts take(std::size_t count) {
-        Parts parts(_stems, std::vector<float>(count));
+        Parts parts(_stems);
         std::vector<float> models(_stems);  // that have the stem
-        for (std::vector<Lane>& stream : _lanes) {
-            for (Lane& lane : stream) {
-                ++models[lane.stem];
-                const std::vector<float> samples = takeFront(lane.waiting, count);
-                for (std::size_t i = 0; i < count; ++i) parts[lane.stem][i] += samples[i];
+        for (Stream& stream : _streams) {
+            for (Lane& lane : stream.lanes) {
+                std::vector<float> samples = takeFront(lane.waiting, count);
+                std::vector<float>& sum = parts[lane.stem];
+                if (++models[lane.stem] > 1)
+                    std::transform(samples.begin(), samples.end(), sum.begin(), samples.begin(), std::plus());
+                sum.swap(samples);
             }
         }
         std::vector<float> rest = takeFront(_song, count);
         for (std::size_t stem = 0; stem < _stems; ++stem) {
-            for (std::size_t i = 0; i < count; ++i) rest[i] -= parts[stem][i] /= models[stem];
+            if (models[stem] > 1)
+                for (float& sample : parts[stem]) sample /= models[stem];
+            std::transform(rest.begin(), rest.end(), parts[stem].begin(), rest.begin(), std::minus());
         }
         parts.push_back(std::move(rest));
         return parts;
     }
 
     std::size_t _stems;
-    std::vector<ModelStream> _streams;
-    std::vector<std::vector<Lane>> _lanes;  // of every stream's stems
-    std::vector<float> _song;               // from the first sample whose stems are not known yet
+    std::vector<Stream> _streams;
+    std::vector<float> _song;  // from the first sample whose stems are not known yet
+    std::int64_t _taken = 0;   // samples per channel
 };
 
 Separation::Separation(const std::vector<Stage>& stages, int songRate) {
@@ -141,20 +130,18 @@ Parts Separation::process(const std::vector<float>& song) { return run(song, fal
 Parts Separation::finish() { return run({}, true); }
 
 Parts Separation::run(std::vector<float> song, bool isEnd) {
-    Parts last;  // of the stage that ran last: its stems and the rest
-    std::size_t stem = 0;
+    std::size_t known = 0;  // stems of the stages so far
     for (const std::unique_ptr<Step>& step : _steps) {
-        for (std::size_t s = 0; s + 1 < last.size(); ++s, ++stem) {
-            _waiting.resize(std::max(_waiting.size(), stem + 1));
-            append(_waiting[stem], last[s]);
-        }
-        last = step->run(song, isEnd);
-        song = last.back();
+        Parts parts = step->run(std::move(song), isEnd);
+        song = std::move(parts.back());
+        parts.pop_back();
+        _waiting.resize(std::max(_waiting.size(), known + parts.size()));
+        for (std::vector<float>& stem : parts) append(_waiting[known++], std::move(stem));
     }
     Parts parts;
     for (std::vector<float>& waiting : _waiting) parts.push_back(takeFront(waiting, song.size()));
-    std::move(last.begin(), last.end(), std::back_inserter(parts));
     _done += static_cast<std::int64_t>(song.size() / 2);
+    parts.push_back(std::move(song));
     return parts;
 }
 

@@ -50,7 +50,7 @@ private:
     Parts run(std::vector<float> song, bool isEnd);
 
     std::vector<std::unique_ptr<Step>> _steps;
-    Parts _waiting;  // stems of all stages but the last, which later stages have not caught up with
+    Parts _waiting;  // stems with which later stages have not caught up
     std::int64_t _done = 0;
 };
 

@@ -256,7 +256,9 @@ TEST_F(Audio, whatIsNotASongIsRefusedWithAReason) {
     // Raw samples are whatever one says they are; what is no number is silence.
     const float samples[] = {0.5F, INFINITY, -0.25F};
     writeBytes("raw", {reinterpret_cast<const char*>(samples), sizeof samples});
-    const Sound raw = readSound({.place = {.path = "raw"}, .raw = RawAudio{"f32le", 8000, 1}});
+    AudioInput input{.place = {.path = "raw"}};
+    input.raw = {"f32le", 8000, 1};
+    const Sound raw = readSound(input);
     EXPECT_EQ(raw.samples, (Samples{0.5F, 0.5F, 0, 0, -0.25F, -0.25F}));
     EXPECT_TRUE(raw.reader && raw.reader->notFinite() == 1);
 }
