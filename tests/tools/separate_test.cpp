@@ -4,7 +4,6 @@
 
 #include "command.h"
 #include "common/failure.h"
-#include "common/help.h"
 #include "common/messages.h"
 #include "separate/names.h"
 #include "separate/options.h"

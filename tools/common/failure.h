@@ -3,8 +3,10 @@
 #pragma once
 
 #include <filesystem>
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace tavrin::tool {
 
@@ -39,9 +41,26 @@ inline Failure writeFailure(const std::filesystem::path& file, const std::string
             file.string() + ": cannot be written (" + reason + "); make room or choose another folder with -o"};
 }
 
-/// @param error of this program or its surroundings: no memory, no thread.
-inline Failure resourceFailure(const std::exception& error) {
-    return {ExitCode::outOfResources, std::string(error.what()) + "; free some memory, or try fewer --jobs"};
+/// What the exception that is being handled means for the user. What is neither a Failure nor a lack of memory or
+/// threads comes from a model or the runtime. @param subject for the message: what was worked on.
+inline Failure currentFailure(const std::string& subject) {
+    const auto lacking = [&](const std::exception& error) {
+        return Failure(ExitCode::outOfResources,
+                       subject + ": " + error.what() + "; free some memory, or try fewer --jobs");
+    };
+    try {
+        throw;
+    } catch (const Failure& failure) {
+        return failure;
+    } catch (const std::bad_alloc& error) {
+        return lacking(error);
+    } catch (const std::system_error& error) {
+        return lacking(error);
+    } catch (const std::exception& error) {
+        return {ExitCode::modelUnusable, subject + ": " + error.what() +
+                                             "; choose another model (tavrin-model inspect says more, and a scrambled "
+                                             "one needs its --key-file)"};
+    }
 }
 
 }  // namespace tavrin::tool

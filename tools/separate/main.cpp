@@ -8,20 +8,20 @@
 #include <atomic>
 #include <cstdio>
 #include <exception>
+#include <map>
 #include <mutex>
 #include <string>
 #include <system_error>
 #include <thread>
 #include <vector>
 
+#include "common/command.h"
 #include "common/failure.h"
-#include "common/interrupts.h"
 #include "common/messages.h"
 #include "separate/models.h"
 #include "separate/names.h"
 #include "separate/options.h"
 #include "separate/progress.h"
-#include "separate/record.h"
 #include "separate/song_run.h"
 #include "separate/songs.h"
 
@@ -62,15 +62,14 @@ public:
 
 private:
     // Of a single song what it failed with; of several, that some did.
-    ExitCode conclude() const {
+    ExitCode conclude() {
         const bool several = _songs.size() > 1;
         if (several && !_options.quiet) {
-            say(std::to_string(_songs.size()) + " songs: " + std::to_string(_done) + " separated, " +
-                std::to_string(_skipped) + " skipped, " + std::to_string(_failures.size()) + " failed");
+            say(std::to_string(_songs.size()) + " songs: " + std::to_string(_count["done"]) + " separated, " +
+                std::to_string(_count["skipped"]) + " skipped, " + std::to_string(_count["failed"]) + " failed");
         }
-        for (const SongReport& failure : _failures) say((several ? "failed: " : "") + failure.message);
-        if (_failures.empty()) return _isDamaged ? ExitCode::songsDamaged : ExitCode::done;
-        return several ? ExitCode::someSongsFailed : _failures.front().code;
+        for (const std::string& failure : _failures) say((several ? "failed: " : "") + failure);
+        return several && !_failures.empty() ? ExitCode::someSongsFailed : _code;
     }
 
     void work() {
@@ -85,28 +84,29 @@ private:
         }
     }
 
-    void take(const SongReport& report) {
+    void take(const SongOutcome& song) {
         const std::lock_guard lock(_turn);
-        _done += report.status == SongReport::Status::done ? 1 : 0;
-        _skipped += report.status == SongReport::Status::skipped ? 1 : 0;
-        _isDamaged = _isDamaged || report.isDamaged;
-        if (report.status == SongReport::Status::failed) _failures.push_back(report);
+        const std::string status = song.record["status"];
+        const bool isFailed = status == "failed";
+        ++_count[status];
+        if (isFailed) _failures.push_back(song.message);
+        if (isFailed) _code = song.record["exit_code"];
+        if (song.record.value("damaged", false)) _code = ExitCode::songsDamaged;
         prepareLastWords();
         if (_options.json) {
-            std::puts(asText(recordOf(report)).c_str());
+            std::puts(asText(song.record).c_str());
             if (std::fflush(stdout) != 0) throw readerGone();
         }
-        for (const std::string& warning : report.warnings) say("warning: " + warning);
-        if (_options.quiet) return;
-        // The message of a single song comes at the end.
-        if (report.status != SongReport::Status::failed || _songs.size() > 1) say(describe(report));
+        for (const std::string warning : song.record.value("warnings", Json::array())) say("warning: " + warning);
+        // The message of a single song that failed comes at the end.
+        if (!_options.quiet && (!isFailed || _songs.size() > 1)) say(song.message);
     }
 
-    void prepareLastWords() const {
+    void prepareLastWords() {
         if (_options.output.toStandardOutput) return setLastWords("interrupted");
         if (_songs.size() == 1) return;
         setLastWords(
-            "interrupted; " + std::to_string(_done) + " of " + std::to_string(_songs.size()) +
+            "interrupted; " + std::to_string(_count["done"]) + " of " + std::to_string(_songs.size()) +
             " songs were separated and nothing of the others was written; the same command goes on with those");
     }
 
@@ -116,11 +116,10 @@ private:
     Progress _progress;
     std::atomic<std::size_t> _next = 0;
     std::mutex _turn;
-    std::exception_ptr _end;  // why the run ends early
-    std::size_t _done = 0;
-    std::size_t _skipped = 0;
-    bool _isDamaged = false;
-    std::vector<SongReport> _failures;
+    std::exception_ptr _end;                    // why the run ends early
+    std::map<std::string, std::size_t> _count;  // of the songs of each status
+    std::vector<std::string> _failures;
+    ExitCode _code = ExitCode::done;  // of a single song, or of several of which none failed
 };
 
 ExitCode separate(const Options& options) {
@@ -143,22 +142,11 @@ ExitCode separate(const Options& options) {
     return Batch(options, models, songs).run();
 }
 
-ExitCode run(int argc, const char* const* argv) {
-    setSpeaker("tavrin-separate");
-    try {
-        endOnSignals();
-        return separate(parseOptions(argc, argv));
-    } catch (const Failure& failure) {
-        if (*failure.what()) say(failure.what());
-        return failure.code();
-    } catch (const std::exception& error) {
-        say(resourceFailure(error).what());
-        return ExitCode::outOfResources;
-    }
-}
-
 }  // namespace
 
 }  // namespace tavrin::tool
 
-int main(int argc, char** argv) { return static_cast<int>(tavrin::tool::run(argc, argv)); }
+int main(int argc, char** argv) {
+    using namespace tavrin::tool;
+    return runCommand("tavrin-separate", "the run", [&] { return separate(parseOptions(argc, argv)); });
+}

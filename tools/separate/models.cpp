@@ -4,7 +4,6 @@
 #include <cctype>
 #include <set>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include "common/failure.h"
@@ -114,14 +113,10 @@ private:
                     _loaded.warnings.push_back(file.string() + ": " + _loaded.provider + " runs it, not " + reason);
             }
             return model;
-        } catch (const std::system_error&) {
-            throw;
-        } catch (const std::logic_error& reason) {
+        } catch (const std::invalid_argument& reason) {
             throw Failure(ExitCode::wrongUsage, std::string("--device, --threads: ") + reason.what());
-        } catch (const std::runtime_error& reason) {
-            throw Failure(ExitCode::modelUnusable,
-                          file.string() + ": is not a usable model (" + reason.what() +
-                              "); tavrin-model inspect says more (a scrambled one needs its --key-file)");
+        } catch (...) {
+            throw currentFailure(file.string());
         }
     }
 

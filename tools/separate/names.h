@@ -20,9 +20,11 @@ struct PartNames {
 
 /// A part of a song that the user wants.
 struct Target {
-    std::size_t part;  ///< its place among the parts that Separation returns
-    std::string name;  ///< "vocals", "rest"
-    std::filesystem::path file;
+    std::size_t part;            ///< its place among the parts that Separation returns
+    std::string name;            ///< "vocals", "rest"
+    std::filesystem::path file;  ///< empty: standard output
+
+    std::string label() const { return file.empty() ? "standard output" : file.string(); }  ///< for messages
 };
 
 /// What a song becomes. A rest, a picture and a record belong to their stems and carry their names: two models in one

@@ -3,12 +3,11 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cstdlib>
 #include <map>
 #include <sstream>
 
+#include "common/command.h"
 #include "common/failure.h"
-#include "common/help.h"
 #include "common/model_file.h"
 #include "separate/names.h"
 
@@ -115,7 +114,6 @@ Options parseOptions(int argc, const char* const* argv) {
     const std::map<std::string, std::string> rawFormats = {{"float32", "f32le"}, {"int16", "s16le"}};
 
     CLI::App app(description, "tavrin-separate");
-    formatHelp(app);
     app.footer(footer);
     const auto option = [&](const char* name, auto& value, const char* type, const std::string& text) {
         return app.add_option(name, value, text)->type_name(type);
@@ -192,13 +190,7 @@ Options parseOptions(int argc, const char* const* argv) {
     app.add_flag("--verbose", options.verbose, "Say what the libraries say, too")->excludes(quiet);
     app.set_help_flag("-h,--help", "Print this help and exit");
     app.set_version_flag("--version", "tavrin-separate " TAVRIN_VERSION, "Print the version and exit");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& helpOrVersion) {
-        std::exit(app.exit(helpOrVersion));
-    } catch (const CLI::ParseError& error) {
-        throw wrongUsage(std::string(error.what()) + "; tavrin-separate --help shows the usage");
-    }
+    parseArguments(app, argc, argv);
 
     if (options.songs.empty() && !options.listProviders && !options.listStems)
         throw wrongUsage("SONG is required; tavrin-separate --help shows the usage");

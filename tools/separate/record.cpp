@@ -2,40 +2,14 @@
 
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <fstream>
 #include <system_error>
-
-#include "common/messages.h"
 
 namespace tavrin::tool {
 
 namespace {
 
 namespace fs = std::filesystem;
-
-using Json = nlohmann::ordered_json;
-
-std::string pathText(const fs::path& file) { return fs::absolute(file).lexically_normal().string(); }
-
-// Size and time of a regular file; without them for anything else.
-Json fileRecord(const fs::path& file) {
-    Json record = {{"file", pathText(file)}};
-    std::error_code error;
-    if (!fs::is_regular_file(file, error)) return record;
-    record["size"] = fs::file_size(file, error);
-    const auto time = std::chrono::file_clock::to_sys(fs::last_write_time(file, error)).time_since_epoch();
-    record["modified"] = std::chrono::nanoseconds(time).count();  // since 1970
-    return record;
-}
-
-std::string listFiles(const SongReport& report) {
-    std::string names;
-    for (const PartReport& part : report.parts) names += (names.empty() ? "" : ", ") + part.label();
-    return report.picture.empty() ? names : names + ", " + report.picture.string();
-}
-
-double rounded(double value, double steps = 1000) { return std::round(value * steps) / steps; }
 
 Json optionsRecord(const Options& options, const LoadedModels& models) {
     const OutputOptions& output = options.output;
@@ -76,16 +50,14 @@ bool areOutputsThere(const Json& outputs, const Targets& targets) {
 
 }  // namespace
 
-std::string describe(const SongReport& report) {
-    if (report.status == SongReport::Status::failed) return report.message;
-    const std::string name = report.song.label() + ": ";
-    if (report.status == SongReport::Status::skipped) {
-        return name + "skipped, its results are up to date (" + listFiles(report) + "); --overwrite makes them anew";
-    }
-    char speed[40];
-    std::snprintf(speed, sizeof speed, "%.1f", report.timesRealTime());
-    return name + clockTime(report.seconds) + " of music in " + clockTime(report.elapsed) + " (" + speed +
-           " times real time): " + listFiles(report);
+Json fileRecord(const fs::path& file) {
+    Json record = {{"file", fs::absolute(file).lexically_normal().string()}};
+    std::error_code error;
+    if (!fs::is_regular_file(file, error)) return record;
+    record["size"] = fs::file_size(file, error);
+    const auto time = std::chrono::file_clock::to_sys(fs::last_write_time(file, error)).time_since_epoch();
+    record["modified"] = std::chrono::nanoseconds(time).count();  // since 1970
+    return record;
 }
 
 Json wantedRecord(const Options& options, const LoadedModels& models, const Song& song) {
@@ -94,64 +66,32 @@ Json wantedRecord(const Options& options, const LoadedModels& models, const Song
             {"options", optionsRecord(options, models)}};
 }
 
-Json recordOf(const SongReport& report) {
-    static constexpr const char* statuses[] = {"done", "skipped", "failed"};
-    Json record = {{"tavrin", TAVRIN_VERSION}, {"status", statuses[static_cast<int>(report.status)]}};
-    record.update(report.wanted);
-    if (!report.audio.empty()) record["song"]["audio"] = report.audio;
-    if (report.status == SongReport::Status::failed) {
-        record["exit_code"] = static_cast<int>(report.code);
-        record["message"] = report.message;
-        return record;
-    }
-    const bool done = report.status == SongReport::Status::done;
-    record["outputs"] = Json::array();
-    for (const PartReport& part : report.parts) {
-        Json file = {{"part", part.name}};
-        file.update(part.file.empty() ? Json{{"file", pipeSign}} : fileRecord(part.file));
-        if (done) file.update({{"peak", rounded(part.peak, 1e6)}, {"clipped", part.clipped}});
-        record["outputs"].push_back(file);
-    }
-    if (!report.picture.empty()) {
-        record["outputs"].push_back({{"part", "spectrogram"}});
-        record["outputs"].back().update(fileRecord(report.picture));
-    }
-    if (done) {
-        record["rate"] = report.rate;
-        record["seconds"] = rounded(report.seconds);
-        record["elapsed"] = rounded(report.elapsed);
-        record["times_real_time"] = rounded(report.timesRealTime());
-        record["gain"] = rounded(report.gain, 1e6);
-        record["provider"] = report.provider;
-    }
-    record["damaged"] = report.isDamaged;
-    record["warnings"] = report.warnings;
-    return record;
-}
-
 std::string asText(const Json& record) { return record.dump(-1, ' ', false, Json::error_handler_t::replace); }
-
-bool isUpToDate(const Json& record, const Json& wanted, const Targets& targets,
-                const std::function<std::string()>& audio) {
-    if (!record.is_object()) return false;
-    try {
-        const Json expected = asWritten(wanted);
-        const Json& before = record.at("song");
-        const Json& now = expected.at("song");
-        const bool isSame = record.at("models") == expected.at("models") &&
-                            record.at("options") == expected.at("options") &&
-                            areOutputsThere(record.at("outputs"), targets);
-        if (!isSame || !now.contains("size") || before.at("size") != now.at("size")) return false;
-        const bool isUntouched = before.at("file") == now.at("file") && before.at("modified") == now.at("modified");
-        return isUntouched || before.at("audio") == audio();
-    } catch (const Json::exception&) {
-        return false;  // not one of ours, or of another version
-    }
-}
 
 Json readRecord(const fs::path& file) {
     std::ifstream stream(file);
     return Json::parse(stream, nullptr, false);
+}
+
+bool takeOver(Json& record, const Json& earlier, const Targets& targets, const std::function<std::string()>& audio) {
+    try {
+        const Json wanted = asWritten(record);
+        const Json& before = earlier.at("song");
+        const Json& now = wanted.at("song");
+        const bool isSame = earlier.at("models") == wanted.at("models") &&
+                            earlier.at("options") == wanted.at("options") &&
+                            areOutputsThere(earlier.at("outputs"), targets);
+        if (!isSame || !now.contains("size") || before.at("size") != now.at("size")) return false;
+        const bool isUntouched = before.at("file") == now.at("file") && before.at("modified") == now.at("modified");
+        if (!isUntouched && before.at("audio") != audio()) return false;
+        record.update({{"outputs", earlier.at("outputs")},
+                       {"damaged", earlier.at("damaged").get<bool>()},
+                       {"warnings", earlier.at("warnings").get<std::vector<std::string>>()}});
+        record["song"]["audio"] = before.at("audio");
+        return true;
+    } catch (const Json::exception&) {
+        return false;  // not one of ours, or of another version
+    }
 }
 
 }  // namespace tavrin::tool

@@ -3,12 +3,14 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <exception>
+#include <cmath>
+#include <cstdio>
 #include <future>
 #include <set>
 #include <system_error>
 #include <utility>
 
+#include "common/hidden_file.h"
 #include "common/messages.h"
 #include "separate/digest.h"
 #include "separate/results.h"
@@ -31,23 +33,15 @@ std::string digestOf(const AudioInput& input, const Song& song) {
     return digest.text();
 }
 
-bool mayBeSkipped(const Options& options, const Targets& targets, SongReport& report) {
-    if (options.overwrite || targets.record.empty()) return false;
-    const nlohmann::ordered_json record = readRecord(targets.record);
-    const auto audio = [&] { return digestOf(options.input, report.song); };
-    if (!isUpToDate(record, report.wanted, targets, audio)) return false;
-    report.status = SongReport::Status::skipped;
-    report.audio = record["song"].value("audio", "");
-    report.isDamaged = record.value("damaged", false);
-    report.warnings = record.value("warnings", std::vector<std::string>{});
-    for (const Target& target : targets.parts) report.parts.push_back({target.name, target.file});
-    report.picture = targets.picture;
-    return true;
+std::string listFiles(const Targets& targets) {
+    std::string names;
+    for (const Target& part : targets.parts) names += (names.empty() ? "" : ", ") + part.label();
+    return targets.picture.empty() ? names : names + ", " + targets.picture.string();
 }
 
 // What the user should know about a song although it was separated.
-void warnAbout(const AudioReader& reader, SongReport& report) {
-    const auto warn = [&](const std::string& what) { report.warnings.push_back(report.song.label() + ": " + what); };
+void warnAbout(const AudioReader& reader, const std::string& song, Json& warnings) {
+    const auto warn = [&](const std::string& what) { warnings.push_back(song + ": " + what); };
     constexpr std::size_t most = 5;
     const std::vector<Damage>& damage = reader.damage();
     for (std::size_t i = 0; i < damage.size() && i < most; ++i)
@@ -60,41 +54,35 @@ void warnAbout(const AudioReader& reader, SongReport& report) {
              "; check that it is complete");
     if (reader.notFinite() > 0)
         warn(std::to_string(reader.notFinite()) + " samples are not finite numbers and count as 0; check the song");
-    report.isDamaged = reader.isDamaged();
 }
 
 // An earlier run with other options may have left a part that looks as if it belonged to the new ones.
-void warnAboutLeftovers(const nlohmann::ordered_json& earlier, const Targets& targets, SongReport& report) {
+void warnAboutLeftovers(const Json& earlier, const Targets& targets, Json& warnings) {
     if (!earlier.is_object()) return;
     std::set<std::filesystem::path> own;
     for (const std::filesystem::path& file : targets.files()) own.insert(identityOf(file));
-    for (const auto& output : earlier.value("outputs", nlohmann::ordered_json::array())) {
+    for (const Json& output : earlier.value("outputs", Json::array())) {
         const std::string file = output.value("file", "");
         std::error_code none;
         if (!own.contains(identityOf(file)) && std::filesystem::exists(file, none))
-            report.warnings.push_back(file + ": is of an earlier run and does not belong to what is new beside it");
+            warnings.push_back(file + ": is of an earlier run and does not belong to what is new beside it");
     }
 }
 
-void writeRecord(const SongReport& report, const std::filesystem::path& target) {
-    HiddenFile file(target);
-    file.write(asText(recordOf(report)) + "\n");
-    file.publish();
-}
-
-// The unfinished files are removed before anybody hears of a failure.
-void separate(const Options& options, const LoadedModels& models, const Targets& targets, Progress::Song& bar,
-              SongReport& report) {
+// Completes the record. The unfinished files are removed before anybody hears of a failure.
+// @return the message.
+std::string separate(const Options& options, const LoadedModels& models, const Song& song, const Targets& targets,
+                     const Json& earlier, Progress::Song& bar, Json& record) {
     const auto start = std::chrono::steady_clock::now();
-    AudioReader reader = openSong(options.input, report.song);
+    AudioReader reader = openSong(options.input, song);
     Separation separation(models.stages, reader.rate());
-    Results results(options.output, report.song, targets, reader, options.input.start);
+    Results results(options.output, song, targets, reader, options.input.start);
     Digest digest;
     const std::int64_t length = reader.length().value_or(0);
     std::future<void> written;  // what is separated is written while more is, where a thread can be had for it
     const auto write = [&](Parts parts) {
         if (written.valid()) written.get();
-        written = std::async([&results, parts = std::move(parts)] { results.write(parts); });
+        written = std::async([&results, parts = std::move(parts)]() mutable { results.write(std::move(parts)); });
     };
     for (std::vector<float> block = reader.read(); !block.empty(); block = reader.read()) {
         digest.add(block.data(), block.size() * sizeof(float));
@@ -103,47 +91,60 @@ void separate(const Options& options, const LoadedModels& models, const Targets&
     }
     write(separation.finish());
     written.get();
-    report.rate = reader.rate();
-    report.audio = digest.text();
-    report.provider = models.provider;
-    report.seconds = static_cast<double>(separation.samplesDone()) / reader.rate();
-    report.elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    warnAbout(reader, report);
-    if (!targets.record.empty()) warnAboutLeftovers(readRecord(targets.record), targets, report);
-    results.publish(report);
-    report.status = SongReport::Status::done;
-    if (!targets.record.empty()) writeRecord(report, targets.record);
-    if (!options.verbose) return;
-    for (const std::string& message : reader.messages()) say(report.song.label() + ": " + message);
+
+    const double seconds = static_cast<double>(separation.samplesDone()) / reader.rate();
+    const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const double speed = elapsed > 0 ? seconds / elapsed : 0;
+    const auto rounded = [](double value) { return std::round(value * 1000) / 1000; };
+    record["status"] = "done";
+    record["song"]["audio"] = digest.text();
+    record.update({{"outputs", Json::array()},
+                   {"rate", reader.rate()},
+                   {"seconds", rounded(seconds)},
+                   {"elapsed", rounded(elapsed)},
+                   {"times_real_time", rounded(speed)},
+                   {"provider", models.provider},
+                   {"damaged", reader.isDamaged()},
+                   {"warnings", Json::array()}});
+    warnAbout(reader, song.label(), record["warnings"]);
+    warnAboutLeftovers(earlier, targets, record["warnings"]);
+    results.publish(record);
+    if (!targets.record.empty()) {
+        HiddenFile file(targets.record);
+        file.write(asText(record) + "\n");
+        file.publish();
+    }
+    if (options.verbose)
+        for (const std::string& message : reader.messages()) say(song.label() + ": " + message);
+    char times[40];
+    std::snprintf(times, sizeof times, "%.1f", speed);
+    return song.label() + ": " + clockTime(seconds) + " of music in " + clockTime(elapsed) + " (" + times +
+           " times real time): " + listFiles(targets);
 }
 
 }  // namespace
 
-SongReport separateSong(const Options& options, const LoadedModels& models, const Song& song, Progress& progress) {
-    SongReport report;
-    report.song = song;
-    const auto failed = [&](ExitCode code, const std::string& message) {
-        report.status = SongReport::Status::failed;
-        report.code = code;
-        report.message = message;
-    };
+SongOutcome separateSong(const Options& options, const LoadedModels& models, const Song& song, Progress& progress) {
+    Json wanted = {{"tavrin", TAVRIN_VERSION}, {"status", "failed"}};
     try {
         Progress::Song bar(progress, song.name());
+        wanted.update(wantedRecord(options, models, song));
         const Targets targets = targetsOf(options.output, models.names, song);
-        report.wanted = wantedRecord(options, models, song);
-        if (!mayBeSkipped(options, targets, report)) separate(options, models, targets, bar, report);
-    } catch (const Failure& failure) {
+        const Json earlier = targets.record.empty() ? Json() : readRecord(targets.record);
+        const auto audio = [&] { return digestOf(options.input, song); };
+        Json record = wanted;
+        if (options.overwrite || !takeOver(record, earlier, targets, audio))
+            return {separate(options, models, song, targets, earlier, bar, record), std::move(record)};
+        record["status"] = "skipped";
+        return {song.label() + ": skipped, its results are up to date (" + listFiles(targets) +
+                    "); --overwrite makes them anew",
+                std::move(record)};
+    } catch (...) {
+        const Failure failure = currentFailure(song.label() + ": " + models.label);
         if (failure.code() == ExitCode::done) throw;  // readerGone()
-        failed(failure.code(), failure.what());
-    } catch (const std::system_error& error) {
-        failed(ExitCode::outOfResources, song.label() + ": " + resourceFailure(error).what());
-    } catch (const std::runtime_error& error) {
-        failed(ExitCode::modelUnusable,
-               song.label() + ": " + models.label + ": " + error.what() + "; choose another model with --model");
-    } catch (const std::exception& error) {
-        failed(ExitCode::outOfResources, song.label() + ": " + resourceFailure(error).what());
+        wanted.update({{"exit_code", static_cast<int>(failure.code())}, {"message", failure.what()}});
+        return {failure.what(), std::move(wanted)};
     }
-    return report;
 }
 
 }  // namespace tavrin::tool

@@ -1,7 +1,18 @@
-#include "common/help.h"
+#include "common/command.h"
 
+#include <pthread.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <sstream>
+#include <thread>
+
+#include "common/hidden_file.h"
+#include "common/messages.h"
 
 namespace tavrin::tool {
 
@@ -65,8 +76,66 @@ private:
     }
 };
 
+std::mutex turn;
+std::string lastWords = "interrupted; nothing was written";
+
+[[noreturn]] void waitAndEnd(sigset_t signals) {
+    int signal = 0;
+    while (sigwait(&signals, &signal) != 0) {
+    }
+    HiddenFile::removeAll();
+    const std::lock_guard lock(turn);
+    sayAtOnce(lastWords);
+    // No destructors: the other threads still use what they would destroy.
+    _exit(128 + signal);
+}
+
+void endOnSignals() {
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction present {};
+        sigaction(signal, nullptr, &present);
+        // Shells start background commands with SIGINT ignored, but a user who sends it means it.
+        if (signal == SIGHUP && present.sa_handler == SIG_IGN) continue;
+        std::signal(signal, SIG_DFL);
+        sigaddset(&signals, signal);
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::thread(waitAndEnd, signals).detach();
+}
+
 }  // namespace
 
-void formatHelp(CLI::App& app) { app.formatter(std::make_shared<NarrowHelp>()); }
+int runCommand(const char* name, const std::string& subject, const std::function<ExitCode()>& work) {
+    setSpeaker(name);
+    try {
+        endOnSignals();
+        return static_cast<int>(work());
+    } catch (...) {
+        const Failure failure = currentFailure(subject);
+        if (*failure.what()) say(failure.what());
+        return static_cast<int>(failure.code());
+    }
+}
+
+void setLastWords(const std::string& words) {
+    const std::lock_guard lock(turn);
+    lastWords = words;
+}
+
+void parseArguments(CLI::App& app, int argc, const char* const* argv) {
+    app.formatter(std::make_shared<NarrowHelp>());
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& helpOrVersion) {
+        std::exit(app.exit(helpOrVersion));
+    } catch (const CLI::ParseError& error) {
+        throw Failure(ExitCode::wrongUsage,
+                      std::string(error.what()) + "; " + app.get_name() + " --help shows the usage");
+    }
+}
 
 }  // namespace tavrin::tool
