@@ -13,6 +13,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "common/command.h"
@@ -21,7 +22,6 @@
 #include "separate/models.h"
 #include "separate/names.h"
 #include "separate/options.h"
-#include "separate/progress.h"
 #include "separate/song_run.h"
 #include "separate/songs.h"
 
@@ -75,7 +75,13 @@ private:
     void work() {
         for (std::size_t next = _next++; next < _songs.size(); next = _next++) {
             try {
-                take(separateSong(_options, _models, _songs[next], _progress));
+                double done = 0;
+                const auto show = [&](double share) {
+                    _progress.show(_songs[next].name(), std::exchange(done, share), share);
+                };
+                const SongOutcome outcome = separateSong(_options, _models, _songs[next], show);
+                show(1);
+                take(outcome);
             } catch (...) {
                 const std::lock_guard lock(_turn);
                 if (!_end) _end = std::current_exception();

@@ -44,7 +44,7 @@ public:
     explicit Loader(const ModelChoice& choice) : _choice(choice) {}
 
     LoadedModels load() {
-        _loaded.record = nlohmann::ordered_json::array();
+        _loaded.record = Json::array();
         addStage(_choice.models);
         for (const std::string& name : _choice.then) addStage({name});
         for (const std::string& name : _choice.stems) {

@@ -12,13 +12,16 @@
 
 namespace tavrin::tool {
 
+/// Its members stay in their order.
+using Json = nlohmann::ordered_json;
+
 /// Everything that songs need of the models; any number of threads may use it.
 struct LoadedModels {
     std::vector<Stage> stages;
     PartNames names;
     std::string label;                  ///< for messages: the models' files
     std::string provider;               ///< that runs them
-    nlohmann::ordered_json record;      ///< name and SHA-256 of each, in the order of their use
+    Json record;                        ///< name and digest of each, in the order of their use
     std::vector<std::string> warnings;  ///< why a wanted provider is not used
 };
 

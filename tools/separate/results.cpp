@@ -134,16 +134,11 @@ void Results::publish(Json& record) {
         files.push_back(_pictureFile.get());
     }
     HiddenFile::publish(files);
-    const auto add = [&](const std::string& part, const Json& file, const Json& facts) {
-        Json& output = record["outputs"].emplace_back(Json{{"part", part}});
-        output.update(file);
-        output.update(facts);
-    };
     const int rate = _options.format->rateFor(_rate);
     for (const Part& part : _parts) {
         const std::string label = part.target.label();
-        add(part.target.name, part.file ? fileRecord(part.target.file) : Json{{"file", pipeSign}},
-            {{"peak", rounded(part.peak)}, {"clipped", part.clipped}});
+        record["outputs"].push_back(
+            {{"part", part.target.name}, {"peak", rounded(part.peak)}, {"clipped", part.clipped}});
         if (part.clipped > 0)
             record["warnings"].push_back(label + ": " + std::to_string(part.clipped) + " samples, the loudest " +
                                          decibels(part.peak) +
@@ -153,7 +148,7 @@ void Results::publish(Json& record) {
                                          _options.format->name + " cannot have the song's " + std::to_string(_rate) +
                                          " Hz");
     }
-    if (_picture) add("spectrogram", fileRecord(_pictureFile->target()), Json::object());
+    if (_picture) record["outputs"].push_back({{"part", "spectrogram"}});
 }
 
 }  // namespace tavrin::tool

@@ -11,9 +11,9 @@
 #include "audio/audio_writer.h"
 #include "audio/scratch_file.h"
 #include "common/hidden_file.h"
+#include "separate/models.h"
 #include "separate/names.h"
 #include "separate/options.h"
-#include "separate/record.h"
 #include "spectrogram/spectrogram_picture.h"
 #include "stems/separation.h"
 
@@ -31,7 +31,8 @@ public:
     /// @throws also for samples that the format cannot hold and that are to stay as they are.
     void write(Parts parts);
 
-    /// Gives the files their names. The record receives the outputs, the gain and the warnings.
+    /// Gives the files their names. The record receives "gain", "outputs" in the order of Targets::files(), without
+    /// what is to be said of any file, and "warnings".
     void publish(Json& record);
 
 private:

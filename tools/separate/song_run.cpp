@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <fstream>
 #include <future>
 #include <set>
 #include <system_error>
@@ -18,6 +20,8 @@
 namespace tavrin::tool {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 AudioReader openSong(AudioInput input, const Song& song) {
     input.place = {song.file, song.isPipe ? STDIN_FILENO : -1, song.label()};
@@ -37,6 +41,90 @@ std::string listFiles(const Targets& targets) {
     std::string names;
     for (const Target& part : targets.parts) names += (names.empty() ? "" : ", ") + part.label();
     return targets.picture.empty() ? names : names + ", " + targets.picture.string();
+}
+
+// A file's path, and its size and time unless it is something else than a regular file.
+Json fileRecord(const fs::path& file) {
+    if (file.empty()) return {{"file", pipeSign}};  // standard input or output
+    Json record = {{"file", fs::absolute(file).lexically_normal().string()}};
+    std::error_code error;
+    if (!fs::is_regular_file(file, error)) return record;
+    record["size"] = fs::file_size(file, error);
+    const auto time = std::chrono::file_clock::to_sys(fs::last_write_time(file, error)).time_since_epoch();
+    record["modified"] = std::chrono::nanoseconds(time).count();  // since 1970
+    return record;
+}
+
+Json optionsRecord(const Options& options, const LoadedModels& models) {
+    const OutputOptions& output = options.output;
+    static constexpr const char* policies[] = {"none", "clamp", "scale-all"};
+    Json record = {{"stems", models.names.stems},
+                   {"only", output.wantStems ? output.wantRest ? "" : "stem" : "rest"},
+                   {"format", output.format->name},
+                   {"quality", output.quality ? Json(*output.quality) : Json()},
+                   {"clip", policies[static_cast<int>(output.clip)]},
+                   {"spectrogram", !output.spectrogram ? ""
+                                   : output.linear     ? "linear"
+                                                       : "logarithmic"},
+                   {"start", options.input.start},
+                   {"duration", std::isfinite(options.input.duration) ? Json(options.input.duration) : Json()},
+                   {"latency", options.model.latency},
+                   {"context", options.model.context}};
+    if (options.input.raw)
+        record["raw"] = {options.input.raw->format, options.input.raw->rate, options.input.raw->channels};
+    return record;
+}
+
+// What the record of a song has to say for its results to be up to date: song, models and options.
+Json wantedRecord(const Options& options, const LoadedModels& models, const Song& song) {
+    return {{"song", fileRecord(song.file)}, {"models", models.record}, {"options", optionsRecord(options, models)}};
+}
+
+// Read as it would be from a file, where strings are UTF-8 for sure.
+Json asWritten(const Json& record) { return Json::parse(asText(record)); }
+
+bool areOutputsThere(const Json& outputs, const Targets& targets) {
+    std::vector<fs::path> files = targets.files();
+    files.pop_back();  // the record
+    if (outputs.size() != files.size()) return false;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const Json present = asWritten(fileRecord(files[i]));
+        for (const auto& [key, value] : present.items()) {
+            if (outputs.at(i).at(key) != value) return false;
+        }
+        if (!present.contains("size")) return false;
+    }
+    return true;
+}
+
+// What an earlier run left; null when there is none that can be read.
+Json readRecord(const fs::path& file) {
+    std::ifstream stream(file);
+    return Json::parse(stream, nullptr, false);
+}
+
+// Completes the record of a song from an earlier one, provided that models, options, song and results are still the
+// same.
+// @param audio gives the digest of the song's samples; asked when all is the same but the song's path or time.
+bool takeOver(Json& record, const Json& earlier, const Targets& targets, const std::function<std::string()>& audio) {
+    try {
+        const Json wanted = asWritten(record);
+        const Json& before = earlier.at("song");
+        const Json& now = wanted.at("song");
+        const bool isSame = earlier.at("models") == wanted.at("models") &&
+                            earlier.at("options") == wanted.at("options") &&
+                            areOutputsThere(earlier.at("outputs"), targets);
+        if (!isSame || !now.contains("size") || before.at("size") != now.at("size")) return false;
+        const bool isUntouched = before.at("file") == now.at("file") && before.at("modified") == now.at("modified");
+        if (!isUntouched && before.at("audio") != audio()) return false;
+        record.update({{"outputs", earlier.at("outputs")},
+                       {"damaged", earlier.at("damaged").get<bool>()},
+                       {"warnings", earlier.at("warnings").get<std::vector<std::string>>()}});
+        record["song"]["audio"] = before.at("audio");
+        return true;
+    } catch (const Json::exception&) {
+        return false;  // not one of ours, or of another version
+    }
 }
 
 // What the user should know about a song although it was separated.
@@ -59,12 +147,12 @@ void warnAbout(const AudioReader& reader, const std::string& song, Json& warning
 // An earlier run with other options may have left a part that looks as if it belonged to the new ones.
 void warnAboutLeftovers(const Json& earlier, const Targets& targets, Json& warnings) {
     if (!earlier.is_object()) return;
-    std::set<std::filesystem::path> own;
-    for (const std::filesystem::path& file : targets.files()) own.insert(identityOf(file));
+    std::set<fs::path> own;
+    for (const fs::path& file : targets.files()) own.insert(identityOf(file));
     for (const Json& output : earlier.value("outputs", Json::array())) {
         const std::string file = output.value("file", "");
         std::error_code none;
-        if (!own.contains(identityOf(file)) && std::filesystem::exists(file, none))
+        if (!own.contains(identityOf(file)) && fs::exists(file, none))
             warnings.push_back(file + ": is of an earlier run and does not belong to what is new beside it");
     }
 }
@@ -72,7 +160,7 @@ void warnAboutLeftovers(const Json& earlier, const Targets& targets, Json& warni
 // Completes the record. The unfinished files are removed before anybody hears of a failure.
 // @return the message.
 std::string separate(const Options& options, const LoadedModels& models, const Song& song, const Targets& targets,
-                     const Json& earlier, Progress::Song& bar, Json& record) {
+                     const Json& earlier, const std::function<void(double)>& show, Json& record) {
     const auto start = std::chrono::steady_clock::now();
     AudioReader reader = openSong(options.input, song);
     Separation separation(models.stages, reader.rate());
@@ -87,7 +175,9 @@ std::string separate(const Options& options, const LoadedModels& models, const S
     for (std::vector<float> block = reader.read(); !block.empty(); block = reader.read()) {
         digest.add(block.data(), block.size() * sizeof(float));
         if (Parts parts = separation.process(block); !parts.front().empty()) write(std::move(parts));
-        bar.show(separation.samplesDone(), length);
+        // A compressed file may turn out longer than it said.
+        if (length > 0)
+            show(std::min(1.0, static_cast<double>(separation.samplesDone()) / static_cast<double>(length)));
     }
     write(separation.finish());
     written.get();
@@ -98,8 +188,7 @@ std::string separate(const Options& options, const LoadedModels& models, const S
     const auto rounded = [](double value) { return std::round(value * 1000) / 1000; };
     record["status"] = "done";
     record["song"]["audio"] = digest.text();
-    record.update({{"outputs", Json::array()},
-                   {"rate", reader.rate()},
+    record.update({{"rate", reader.rate()},
                    {"seconds", rounded(seconds)},
                    {"elapsed", rounded(elapsed)},
                    {"times_real_time", rounded(speed)},
@@ -109,6 +198,8 @@ std::string separate(const Options& options, const LoadedModels& models, const S
     warnAbout(reader, song.label(), record["warnings"]);
     warnAboutLeftovers(earlier, targets, record["warnings"]);
     results.publish(record);
+    const std::vector<fs::path> files = targets.files();
+    for (std::size_t i = 0; i < record["outputs"].size(); ++i) record["outputs"][i].update(fileRecord(files[i]));
     if (!targets.record.empty()) {
         HiddenFile file(targets.record);
         file.write(asText(record) + "\n");
@@ -124,17 +215,19 @@ std::string separate(const Options& options, const LoadedModels& models, const S
 
 }  // namespace
 
-SongOutcome separateSong(const Options& options, const LoadedModels& models, const Song& song, Progress& progress) {
+std::string asText(const Json& record) { return record.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
+SongOutcome separateSong(const Options& options, const LoadedModels& models, const Song& song,
+                         const std::function<void(double)>& show) {
     Json wanted = {{"tavrin", TAVRIN_VERSION}, {"status", "failed"}};
     try {
-        Progress::Song bar(progress, song.name());
         wanted.update(wantedRecord(options, models, song));
         const Targets targets = targetsOf(options.output, models.names, song);
         const Json earlier = targets.record.empty() ? Json() : readRecord(targets.record);
         const auto audio = [&] { return digestOf(options.input, song); };
         Json record = wanted;
         if (options.overwrite || !takeOver(record, earlier, targets, audio))
-            return {separate(options, models, song, targets, earlier, bar, record), std::move(record)};
+            return {separate(options, models, song, targets, earlier, show, record), std::move(record)};
         record["status"] = "skipped";
         return {song.label() + ": skipped, its results are up to date (" + listFiles(targets) +
                     "); --overwrite makes them anew",
