@@ -21,8 +21,9 @@ public:
         av_hash_init(context);
     }
 
-    void add(const void* bytes, std::size_t count) {
+    Digest& add(const void* bytes, std::size_t count) {
         av_hash_update(_context.get(), static_cast<const std::uint8_t*>(bytes), count);
+        return *this;
     }
 
     /// In hexadecimal digits. Once, at the end.

@@ -1,9 +1,16 @@
 #include "separate/models.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
+#include <future>
+#include <memory>
 #include <set>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "common/failure.h"
@@ -33,10 +40,24 @@ bool isWanted(const std::string& stem, const Names& wanted) {
            std::any_of(wanted.begin(), wanted.end(), [&](const std::string& name) { return bare(name) == bare(stem); });
 }
 
-std::string listed(const Names& names, const char* between) {
-    std::string list;
-    for (const std::string& name : names) list += (list.empty() ? "" : between) + name;
-    return list;
+struct Bytes {
+    std::shared_ptr<const std::uint8_t> data;
+    std::size_t size;
+};
+
+// A large model is mapped rather than copied; what cannot be mapped, a pipe for example, is read.
+Bytes bytesOf(const fs::path& file) {
+    std::error_code none;
+    const auto size = static_cast<std::size_t>(fs::file_size(file, none));
+    const int descriptor = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    void* const mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, descriptor, 0);
+    if (descriptor >= 0) close(descriptor);
+    if (mapped != MAP_FAILED) {
+        const auto unmap = [mapped, size](const std::uint8_t*) { munmap(mapped, size); };
+        return {{static_cast<const std::uint8_t*>(mapped), unmap}, size};
+    }
+    const auto copy = std::make_shared<const std::string>(readBytes(file, ExitCode::modelUnusable));
+    return {{copy, reinterpret_cast<const std::uint8_t*>(copy->data())}, copy->size()};
 }
 
 class Loader {
@@ -51,12 +72,12 @@ public:
             const auto isIt = [&](const std::string& stem) { return isWanted(stem, {name}); };
             if (std::none_of(_known.begin(), _known.end(), isIt))
                 throw Failure(ExitCode::wrongUsage, "--stems: \"" + name + "\" is no stem of " + _loaded.label +
-                                                        ", which knows " + listed(_known, ", "));
+                                                        ", which knows " + joined(_known, ", "));
         }
         std::erase_if(_loaded.stages, [](const Stage& stage) { return stage.stems.empty(); });
         Names& stems = _loaded.names.stems;
         const bool isAll = stems.size() == _known.size();
-        _loaded.names.group = isAll && stems.size() > 1 ? listed(_files, "+") : listed(stems, "+");
+        _loaded.names.group = isAll && stems.size() > 1 ? joined(_files, "+") : joined(stems, "+");
         return std::move(_loaded);
     }
 
@@ -82,7 +103,7 @@ private:
                 "--then " + models.front() + ": takes out \"" + shared +
                     "\", and so does a model before it; type --model " + models.front() +
                     " in its place to average both" +
-                    (others.empty() ? "" : ", or add --stems " + listed(others, ",") + " for the other stems"));
+                    (others.empty() ? "" : ", or add --stems " + joined(others, ",") + " for the other stems"));
         _loaded.stages.push_back(std::move(stage));
     }
 
@@ -95,18 +116,17 @@ private:
     }
 
     Model loadModel(const fs::path& file) {
-        const std::string bytes = readBytes(file, ExitCode::modelUnusable);
-        Digest digest;
-        digest.add(bytes.data(), bytes.size());
         _files.push_back(asFileName(file.stem().string()));
-        _loaded.record.push_back({{"name", _files.back()}, {"digest", digest.text()}});
         _loaded.label += (_loaded.label.empty() ? "" : ", ") + file.string();
         try {
-            const ModelData data{reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), &_choice.key};
+            const auto [bytes, size] = bytesOf(file);
+            // On a thread of its own, if one can be had: the runtime takes longer.
+            auto digest = std::async([data = bytes.get(), size] { return Digest().add(data, size).text(); });
             ModelOptions options;
             if (!_choice.provider.empty()) options.providers = {_choice.provider};
             options.threads = _choice.threads;
-            Model model(data, options);
+            Model model({bytes.get(), size, &_choice.key}, options);
+            _loaded.record.push_back({{"name", _files.back()}, {"digest", digest.get()}});
             _loaded.provider = model.info().provider;
             for (const std::string& reason : model.info().notUsed) {
                 if (!_choice.provider.empty())

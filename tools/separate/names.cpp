@@ -98,6 +98,12 @@ std::string endingOf(const std::string& name) {
     return extension.find('{') == std::string::npos && !extension.empty() ? extension.substr(1) : "";
 }
 
+std::string joined(const std::vector<std::string>& names, const char* between) {
+    std::string list;
+    for (const std::string& name : names) list += (list.empty() ? "" : between) + name;
+    return list;
+}
+
 std::string asFileName(std::string name) {
     for (char& c : name) {
         if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F || c == '/') c = '_';

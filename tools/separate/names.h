@@ -49,6 +49,9 @@ void requireUsableTemplate(const OutputOptions& output);
 /// The fixed ending of a template, without its dot; empty: none.
 std::string endingOf(const std::string& name);
 
+/// A list of names.
+std::string joined(const std::vector<std::string>& names, const char* between);
+
 /// A name as part of a file's: without slashes and control characters.
 std::string asFileName(std::string name);
 
