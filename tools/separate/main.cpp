@@ -20,7 +20,6 @@
 #include "common/failure.h"
 #include "common/messages.h"
 #include "separate/models.h"
-#include "separate/names.h"
 #include "separate/options.h"
 #include "separate/song_run.h"
 #include "separate/songs.h"

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "separate/names.h"
 #include "separate/options.h"
+#include "separate/songs.h"
 #include "stems/separation.h"
 
 namespace tavrin::tool {

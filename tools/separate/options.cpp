@@ -9,7 +9,7 @@
 #include "common/command.h"
 #include "common/failure.h"
 #include "common/model_file.h"
-#include "separate/names.h"
+#include "separate/songs.h"
 
 namespace tavrin::tool {
 
@@ -44,7 +44,7 @@ std::string formatNames() {
 
 // What --format says, or the ending in --name, or what came in through the other pipe.
 const AudioFormat* chooseFormat(const std::string& wanted, const Options& options) {
-    const std::string ending = endingOf(options.output.name);
+    const std::string ending = std::filesystem::path(options.output.name).extension().string().erase(0, 1);
     const AudioFormat* byName = findAudioFormat(wanted);
     if (!byName && !wanted.empty()) throw wrongUsage("--format: \"" + wanted + "\" is none of " + formatNames());
     const AudioFormat* byEnding = findAudioFormatByExtension(ending);
@@ -204,8 +204,8 @@ Options parseOptions(int argc, const char* const* argv) {
     output.wantStems = only != "rest";
     output.wantRest = only != "stem";
     output.record = !noRecord && !output.toStandardOutput;
-    requireUsableTemplate(output);
     output.format = chooseFormat(format, options);
+    targetsOf(output, {{""}, ""}, {});  // throws for a template that cannot be used
     checkQuality(output);
     const bool isFloat = output.format->hasHeadroom() && !output.format->isLossy;
     output.clip = !clip.empty() ? policies.at(clip) : isFloat ? ClipPolicy::none : ClipPolicy::clamp;

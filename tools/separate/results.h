@@ -12,8 +12,8 @@
 #include "audio/scratch_file.h"
 #include "common/hidden_file.h"
 #include "separate/models.h"
-#include "separate/names.h"
 #include "separate/options.h"
+#include "separate/songs.h"
 #include "spectrogram/spectrogram_picture.h"
 #include "stems/separation.h"
 

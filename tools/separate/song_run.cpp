@@ -24,7 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 
 AudioReader openSong(AudioInput input, const Song& song) {
-    input.place = {song.file, song.isPipe ? STDIN_FILENO : -1, song.label()};
+    input.place = {song.file, song.isPipe() ? STDIN_FILENO : -1, song.label()};
     return AudioReader(input);
 }
 
@@ -45,7 +45,7 @@ std::string listFiles(const Targets& targets) {
 
 // A file's path, and its size and time unless it is something else than a regular file.
 Json fileRecord(const fs::path& file) {
-    if (file.empty()) return {{"file", pipeSign}};  // standard input or output
+    if (file == pipeSign) return {{"file", pipeSign}};  // standard input or output
     Json record = {{"file", fs::absolute(file).lexically_normal().string()}};
     std::error_code error;
     if (!fs::is_regular_file(file, error)) return record;
