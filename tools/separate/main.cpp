@@ -7,12 +7,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
-#include <exception>
+#include <future>
 #include <map>
 #include <mutex>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -41,21 +39,16 @@ public:
         : _options(options),
           _models(models),
           _songs(songs),
-          _progress(songs.size(), !options.quiet && !options.output.toStandardOutput) {
+          _progress(songs.size(), !options.quiet && !options.output.toStandardOutput()) {
         prepareLastWords();
     }
 
     ExitCode run() {
-        const auto threads = std::min<std::size_t>(static_cast<std::size_t>(_options.jobs), _songs.size());
-        std::vector<std::jthread> helpers;
-        try {
-            while (helpers.size() + 1 < threads) helpers.emplace_back([this] { work(); });
-        } catch (const std::system_error& error) {
-            say("warning: only " + std::to_string(helpers.size() + 1) + " songs at a time (" + error.what() + ")");
-        }
+        const auto threads = std::min(static_cast<std::size_t>(_options.jobs), _songs.size());
+        std::vector<std::future<void>> helpers;  // each with a thread of its own, where one can be had
+        while (helpers.size() + 1 < threads) helpers.push_back(std::async([this] { work(); }));
         work();
-        helpers.clear();
-        if (_end) std::rethrow_exception(_end);
+        for (std::future<void>& helper : helpers) helper.get();
         return conclude();
     }
 
@@ -82,9 +75,8 @@ private:
                 show(1);
                 take(outcome);
             } catch (...) {
-                const std::lock_guard lock(_turn);
-                if (!_end) _end = std::current_exception();
                 _next = _songs.size();
+                throw;
             }
         }
     }
@@ -108,7 +100,7 @@ private:
     }
 
     void prepareLastWords() {
-        if (_options.output.toStandardOutput) return setLastWords("interrupted");
+        if (_options.output.toStandardOutput()) return setLastWords("interrupted");
         if (_songs.size() == 1) return;
         setLastWords(
             "interrupted; " + std::to_string(_count["done"]) + " of " + std::to_string(_songs.size()) +

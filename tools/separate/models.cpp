@@ -125,7 +125,7 @@ private:
             ModelOptions options;
             if (!_choice.provider.empty()) options.providers = {_choice.provider};
             options.threads = _choice.threads;
-            Model model({bytes.get(), size, &_choice.key}, options);
+            Model model({bytes.get(), size, &_key}, options);
             _loaded.record.push_back({{"name", _files.back()}, {"digest", digest.get()}});
             _loaded.provider = model.info().provider;
             for (const std::string& reason : model.info().notUsed) {
@@ -141,6 +141,7 @@ private:
     }
 
     const ModelChoice& _choice;
+    const std::string _key = _choice.keyFile.empty() ? "" : readKey(_choice.keyFile);
     Names _known;
     Names _files;  // without endings
     LoadedModels _loaded;

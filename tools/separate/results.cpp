@@ -46,7 +46,7 @@ Results::Results(const OutputOptions& options, const Song& source, const Targets
 void Results::openPart(const Target& target, const Song& source, const AudioReader& song) {
     Part& part = _parts.emplace_back();
     part.target = target;
-    if (!_options.toStandardOutput) part.file = std::make_unique<HiddenFile>(target.file);
+    if (!_options.toStandardOutput()) part.file = std::make_unique<HiddenFile>(target.file);
     if (_options.clip == ClipPolicy::scaleAll) {
         part.waiting = makeScratchFile(target.file.parent_path());
         if (!part.waiting) throw writeFailure(target.file, std::strerror(errno));

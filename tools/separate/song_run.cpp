@@ -59,7 +59,7 @@ Json optionsRecord(const Options& options, const LoadedModels& models) {
     const OutputOptions& output = options.output;
     static constexpr const char* policies[] = {"none", "clamp", "scale-all"};
     Json record = {{"stems", models.names.stems},
-                   {"only", output.wantStems ? output.wantRest ? "" : "stem" : "rest"},
+                   {"only", output.only},
                    {"format", output.format->name},
                    {"quality", output.quality ? Json(*output.quality) : Json()},
                    {"clip", policies[static_cast<int>(output.clip)]},

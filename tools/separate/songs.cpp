@@ -142,18 +142,19 @@ Targets targetsOf(const OutputOptions& output, const PartNames& names, const Son
     Targets targets;
     const auto add = [&](std::size_t part, const std::string& stem, const std::string& name) {
         const fs::path file = fileFor(output, song, stem, name, output.format->extension);
-        targets.parts.push_back({part, name, output.toStandardOutput ? pipeSign : file});
+        targets.parts.push_back({part, name, output.toStandardOutput() ? pipeSign : file});
     };
     const std::size_t count = names.stems.size();
-    for (std::size_t i = 0; output.wantStems && i < count; ++i) add(i, names.stems[i], names.stems[i]);
-    if (output.wantRest) add(count, names.group + ".rest", "rest");
+    for (std::size_t i = 0; output.only != "rest" && i < count; ++i) add(i, names.stems[i], names.stems[i]);
+    if (output.only != "stem") add(count, names.group + ".rest", "rest");
     if (output.spectrogram) targets.picture = fileFor(output, song, names.group + ".spectrogram", "spectrogram", "png");
-    if (output.record) targets.record = fileFor(output, song, names.group, names.group, "tavrin.json");
+    if (!output.noRecord && !output.toStandardOutput())
+        targets.record = fileFor(output, song, names.group, names.group, "tavrin.json");
     return targets;
 }
 
 void requireDistinctTargets(const OutputOptions& output, const PartNames& names, const std::vector<Song>& songs) {
-    if (output.toStandardOutput) return;
+    if (output.toStandardOutput()) return;
     std::map<fs::path, const Song*> owners;  // of every name that must not be used again; null: it is a song's own
     for (const Song& song : songs) {
         if (!song.isPipe()) owners[identityOf(song.file)] = nullptr;
