@@ -2,6 +2,8 @@
 /// How a run ends early: with one line for the user and an exit code.
 #pragma once
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <new>
 #include <stdexcept>
@@ -35,8 +37,8 @@ private:
 /// The end of a run whose reader has heard enough: no failure, and nothing to say.
 inline Failure readerGone() { return {ExitCode::done, ""}; }
 
-/// @param file what was to be made or written.
-inline Failure writeFailure(const std::filesystem::path& file, const std::string& reason) {
+/// @param file what was to be made or written. @param reason by default that of the system call that has just failed.
+inline Failure writeFailure(const std::filesystem::path& file, const std::string& reason = std::strerror(errno)) {
     return {ExitCode::writeFailed,
             file.string() + ": cannot be written (" + reason + "); make room or choose another folder with -o"};
 }

@@ -13,7 +13,7 @@ namespace tavrin::tool {
 class HiddenFile {
 public:
     /// @throws Failure with ExitCode::writeFailed, also when another process is writing the same file.
-    explicit HiddenFile(std::filesystem::path target);
+    explicit HiddenFile(const std::filesystem::path& target);
     ~HiddenFile();
     HiddenFile(const HiddenFile&) = delete;
     HiddenFile& operator=(const HiddenFile&) = delete;

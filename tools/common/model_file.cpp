@@ -1,10 +1,11 @@
 #include "common/model_file.h"
 
+#include <sys/mman.h>
+
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <system_error>
 
@@ -45,9 +46,9 @@ std::vector<fs::path> modelFolders() {
 fs::path modelNamed(const std::string& name) {
     const bool isPath = name.find('/') != std::string::npos;
     std::error_code none;
-    for (const fs::path& folder : isPath ? std::vector<fs::path>{} : modelFolders()) {
+    for (const fs::path& folder : modelFolders()) {
         fs::path file = folder / (name + ".onnx");
-        if (fs::exists(file, none)) return file;
+        if (!isPath && fs::exists(file, none)) return file;
     }
     if (fs::exists(name, none)) return name;
     for (const OtherModel& other : otherModels) {
@@ -59,24 +60,29 @@ fs::path modelNamed(const std::string& name) {
                       ": there is no such file and no model of that name; tavrin-model list shows those that are here");
 }
 
-std::string readBytes(const fs::path& file, ExitCode unreadable) {
-    std::error_code error;
-    if (fs::is_directory(file, error)) throw Failure(unreadable, file.string() + ": is a folder; name a file in it");
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream)
-        throw Failure(unreadable,
-                      file.string() + ": cannot be read (" + std::strerror(errno) + "); check its name and rights");
-    const auto size = fs::file_size(file, error);
-    if (error) return {std::istreambuf_iterator<char>(stream), {}};  // a pipe, say
-    std::string bytes(size, '\0');
-    stream.read(bytes.data(), static_cast<std::streamsize>(size));
-    if (stream.bad()) throw Failure(unreadable, file.string() + ": reading failed; check the disk");
-    bytes.resize(static_cast<std::size_t>(stream.gcount()));
-    return bytes;
+Bytes readBytes(const fs::path& file, ExitCode unreadable) {
+    const auto refusal = [&] {
+        return Failure(unreadable,
+                       file.string() + ": cannot be read (" + std::strerror(errno) + "); check its name and rights");
+    };
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rbe"), std::fclose);
+    if (!stream) throw refusal();
+    std::error_code none;
+    if (fs::is_regular_file(file, none) && fs::file_size(file, none) > 0) {
+        const auto size = static_cast<std::size_t>(fs::file_size(file, none));
+        void* const mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fileno(stream.get()), 0);
+        if (mapped == MAP_FAILED) throw std::system_error(errno, std::system_category());
+        return {{mapped, [size](void* bytes) { munmap(bytes, size); }}, {static_cast<const char*>(mapped), size}};
+    }
+    const auto copy = std::make_shared<std::string>();
+    char block[4096];
+    while (const std::size_t count = std::fread(block, 1, sizeof block, stream.get())) copy->append(block, count);
+    if (std::ferror(stream.get())) throw refusal();
+    return {copy, *copy};
 }
 
 std::string readKey(const fs::path& file) {
-    std::string key = readBytes(file);
+    std::string key(readBytes(file).text);
     if (key.ends_with('\n')) key.pop_back();
     if (key.ends_with('\r')) key.pop_back();
     if (key.empty()) throw Failure(ExitCode::inputUnreadable, file.string() + ": is empty; write the key into it");
@@ -89,7 +95,7 @@ std::string withKey(std::string bytes, const std::string& key) {
 }
 
 void scrambleFile(const fs::path& input, const fs::path& output, const fs::path& keyFile) {
-    const std::string bytes = withKey(readBytes(input), readKey(keyFile));
+    const std::string bytes = withKey(std::string(readBytes(input).text), readKey(keyFile));
     std::error_code none;
     for (const fs::path& source : {input, keyFile}) {
         if (fs::equivalent(output, source, none))

@@ -1,16 +1,10 @@
 #include "separate/models.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
 #include <future>
-#include <memory>
 #include <set>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include "common/failure.h"
@@ -25,6 +19,8 @@ namespace fs = std::filesystem;
 
 using Names = std::vector<std::string>;
 
+constexpr int usualRate = 44100;
+
 // What remains of a name however it is spelt: "Acoustic Guitar", "acoustic-guitars", "acousticGuitar".
 std::string bare(const std::string& name) {
     std::string letters;
@@ -38,26 +34,6 @@ std::string bare(const std::string& name) {
 bool isWanted(const std::string& stem, const Names& wanted) {
     return wanted.empty() || wanted == Names{"all"} ||
            std::any_of(wanted.begin(), wanted.end(), [&](const std::string& name) { return bare(name) == bare(stem); });
-}
-
-struct Bytes {
-    std::shared_ptr<const std::uint8_t> data;
-    std::size_t size;
-};
-
-// A large model is mapped rather than copied; what cannot be mapped, a pipe for example, is read.
-Bytes bytesOf(const fs::path& file) {
-    std::error_code none;
-    const auto size = static_cast<std::size_t>(fs::file_size(file, none));
-    const int descriptor = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    void* const mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, descriptor, 0);
-    if (descriptor >= 0) close(descriptor);
-    if (mapped != MAP_FAILED) {
-        const auto unmap = [mapped, size](const std::uint8_t*) { munmap(mapped, size); };
-        return {{static_cast<const std::uint8_t*>(mapped), unmap}, size};
-    }
-    const auto copy = std::make_shared<const std::string>(readBytes(file, ExitCode::modelUnusable));
-    return {{copy, reinterpret_cast<const std::uint8_t*>(copy->data())}, copy->size()};
 }
 
 class Loader {
@@ -78,6 +54,11 @@ public:
         Names& stems = _loaded.names.stems;
         const bool isAll = stems.size() == _known.size();
         _loaded.names.group = isAll && stems.size() > 1 ? joined(_files, "+") : joined(stems, "+");
+        try {
+            Separation(_loaded.stages, usualRate);
+        } catch (const std::invalid_argument& reason) {
+            throw Failure(ExitCode::wrongUsage, std::string("--latency, --context: ") + reason.what());
+        }
         return std::move(_loaded);
     }
 
@@ -119,13 +100,14 @@ private:
         _files.push_back(asFileName(file.stem().string()));
         _loaded.label += (_loaded.label.empty() ? "" : ", ") + file.string();
         try {
-            const auto [bytes, size] = bytesOf(file);
+            const Bytes bytes = readBytes(file, ExitCode::modelUnusable);
             // On a thread of its own, if one can be had: the runtime takes longer.
-            auto digest = std::async([data = bytes.get(), size] { return Digest().add(data, size).text(); });
+            auto digest = std::async([text = bytes.text] { return Digest().add(text.data(), text.size()).text(); });
             ModelOptions options;
             if (!_choice.provider.empty()) options.providers = {_choice.provider};
             options.threads = _choice.threads;
-            Model model({bytes.get(), size, &_key}, options);
+            const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.text.data());
+            Model model({data, bytes.text.size(), &_key}, options);
             _loaded.record.push_back({{"name", _files.back()}, {"digest", digest.get()}});
             _loaded.provider = model.info().provider;
             for (const std::string& reason : model.info().notUsed) {
@@ -149,15 +131,6 @@ private:
 
 }  // namespace
 
-LoadedModels loadModels(const ModelChoice& choice) {
-    LoadedModels loaded = Loader(choice).load();
-    constexpr int usualRate = 44100;
-    try {
-        Separation(loaded.stages, usualRate);
-    } catch (const std::invalid_argument& reason) {
-        throw Failure(ExitCode::wrongUsage, std::string("--latency, --context: ") + reason.what());
-    }
-    return loaded;
-}
+LoadedModels loadModels(const ModelChoice& choice) { return Loader(choice).load(); }
 
 }  // namespace tavrin::tool

@@ -4,10 +4,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <utility>
 
 #include "common/failure.h"
@@ -49,21 +47,21 @@ void Results::openPart(const Target& target, const Song& source, const AudioRead
     if (!_options.toStandardOutput()) part.file = std::make_unique<HiddenFile>(target.file);
     if (_options.clip == ClipPolicy::scaleAll) {
         part.waiting = makeScratchFile(target.file.parent_path());
-        if (!part.waiting) throw writeFailure(target.file, std::strerror(errno));
+        if (!part.waiting) throw writeFailure(target.file);
     }
-    AudioOutput output;
-    output.place.descriptor = part.file ? part.file->descriptor() : STDOUT_FILENO;
-    output.place.name = target.label();
-    output.format = _options.format;
-    output.quality = _options.quality;
-    output.rate = _rate;
-    output.channels = _channels;
-    output.tags = song.tags();
+    // Opposite noise: stem and rest add up to the song.
+    const int dither = target.name == "rest" ? -1 : 1 + static_cast<int>(target.part);
+    AudioOutput output{
+        .place = {.descriptor = part.file ? part.file->descriptor() : STDOUT_FILENO, .name = target.label()},
+        .format = _options.format,
+        .quality = _options.quality,
+        .rate = _rate,
+        .channels = _channels,
+        .tags = song.tags(),
+        .picture = song.picture(),
+        .dither = dither};
     std::string& title = output.tags["title"];
     title = (title.empty() ? source.name() : title) + " (" + target.name + ")";
-    output.picture = song.picture();
-    // Opposite noise: stem and rest add up to the song.
-    output.dither = target.name == "rest" ? -1 : 1 + static_cast<int>(target.part);
     part.writer = std::make_unique<AudioWriter>(output);
 }
 
@@ -91,7 +89,7 @@ void Results::write(Part& part, std::vector<float>& samples) {
         }
     if (part.waiting) {
         if (std::fwrite(samples.data(), sizeof(float), samples.size(), part.waiting.get()) != samples.size())
-            throw writeFailure(part.target.file, std::strerror(errno));
+            throw writeFailure(part.target.file);
         return;
     }
     if (_options.clip == ClipPolicy::none && peak > 1 && !_options.format->hasHeadroom()) {
@@ -108,15 +106,14 @@ float Results::applyGain() {
     for (const Part& part : _parts) peak = std::max(peak, part.peak);
     std::vector<float> samples;
     for (Part& part : _parts) {
-        if (std::fseek(part.waiting.get(), 0, SEEK_SET) != 0)
-            throw writeFailure(part.target.file, std::strerror(errno));
+        if (std::fseek(part.waiting.get(), 0, SEEK_SET) != 0) throw writeFailure(part.target.file);
         do {
             samples.resize(1 << 16);
             samples.resize(std::fread(samples.data(), sizeof(float), samples.size(), part.waiting.get()));
             for (float& sample : samples) sample /= peak;
             part.writer->write(samples);
         } while (!samples.empty());
-        if (std::ferror(part.waiting.get())) throw writeFailure(part.target.file, std::strerror(errno));
+        if (std::ferror(part.waiting.get())) throw writeFailure(part.target.file);
     }
     return 1 / peak;
 }
