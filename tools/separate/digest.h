@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string>
 
 #include "audio/ffmpeg.h"
@@ -15,26 +14,27 @@ namespace tavrin::tool {
 class Digest {
 public:
     Digest() {
-        AVHashContext* context = nullptr;
-        if (av_hash_alloc(&context, "murmur3") < 0) throw std::bad_alloc();
-        _context.reset(context);
-        av_hash_init(context);
+        if (av_hash_alloc(&_context, "murmur3") < 0) throw std::bad_alloc();
+        av_hash_init(_context);
     }
+    ~Digest() { av_hash_freep(&_context); }
+    Digest(const Digest&) = delete;
+    Digest& operator=(const Digest&) = delete;
 
     Digest& add(const void* bytes, std::size_t count) {
-        av_hash_update(_context.get(), static_cast<const std::uint8_t*>(bytes), count);
+        av_hash_update(_context, static_cast<const std::uint8_t*>(bytes), count);
         return *this;
     }
 
     /// In hexadecimal digits. Once, at the end.
     std::string text() {
         char digits[2 * AV_HASH_MAX_SIZE + 1];
-        av_hash_final_hex(_context.get(), reinterpret_cast<std::uint8_t*>(digits), sizeof digits);
+        av_hash_final_hex(_context, reinterpret_cast<std::uint8_t*>(digits), sizeof digits);
         return digits;
     }
 
 private:
-    std::unique_ptr<AVHashContext, FreeWith<av_hash_freep>> _context;
+    AVHashContext* _context = nullptr;
 };
 
 }  // namespace tavrin::tool

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "common/failure.h"
+#include "common/messages.h"
 #include "common/model_file.h"
 #include "separate/digest.h"
 
@@ -112,7 +113,7 @@ private:
             _loaded.provider = model.info().provider;
             for (const std::string& reason : model.info().notUsed) {
                 if (!_choice.provider.empty())
-                    _loaded.warnings.push_back(file.string() + ": " + _loaded.provider + " runs it, not " + reason);
+                    say("warning: " + file.string() + ": " + _loaded.provider + " runs it, not " + reason);
             }
             return model;
         } catch (const std::invalid_argument& reason) {

@@ -19,13 +19,13 @@ using Json = nlohmann::ordered_json;
 struct LoadedModels {
     std::vector<Stage> stages;
     PartNames names;
-    std::string label;                  ///< for messages: the models' files
-    std::string provider;               ///< that runs them
-    Json record;                        ///< name and digest of each, in the order of their use
-    std::vector<std::string> warnings;  ///< why a wanted provider is not used
+    std::string label;     ///< for messages: the models' files
+    std::string provider;  ///< that runs them
+    Json record;           ///< name and digest of each, in the order of their use
 };
 
-/// @throws Failure with ExitCode::modelUnusable; with ExitCode::wrongUsage for a stem that no model knows.
+/// Says why a wanted provider is not used. @throws Failure with ExitCode::modelUnusable; with ExitCode::wrongUsage for
+/// a stem that no model knows.
 LoadedModels loadModels(const ModelChoice& choice);
 
 }  // namespace tavrin::tool

@@ -10,6 +10,7 @@
 
 #include "audio/ffmpeg.h"
 #include "common/failure.h"
+#include "common/messages.h"
 
 namespace tavrin::tool {
 
@@ -18,30 +19,28 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* songEndings =
-    "wav,flac,ogg,oga,opus,mp3,m4a,m4b,mp4,aac,wma,mka,aif,aiff,w64,wv,ape,caf,au,mov,mkv,webm,avi,tta,rf64,ac3,mp2,"
-    "mpc,"
-    "aifc";
+    "wav,flac,ogg,oga,opus,mp3,m4a,m4b,mp4,aac,wma,mka,aif,aiff,aifc,w64,wv,ape,caf,au,mov,mkv,webm,avi,tta,rf64,ac3,"
+    "mp2,mpc";
 
 // @param seen the folders that have been searched.
-void search(const fs::path& folder, std::set<fs::path>& seen, std::vector<fs::path>& songs,
-            std::vector<std::string>& warnings) {
+void search(const fs::path& folder, std::set<fs::path>& seen, std::vector<fs::path>& songs) {
     if (!seen.insert(identityOf(folder)).second) return;
     std::error_code error;
     std::set<fs::path> entries;
     for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
         entries.insert(entry->path());
-    if (error) warnings.push_back(folder.string() + ": cannot be searched for songs (" + error.message() + ")");
+    if (error) say("warning: " + folder.string() + ": cannot be searched for songs (" + error.message() + ")");
     for (const fs::path& path : entries) {
         if (path.filename().string().starts_with('.')) continue;
         if (fs::is_directory(path, error)) {
-            search(path, seen, songs, warnings);
+            search(path, seen, songs);
         } else if (av_match_ext(path.c_str(), songEndings) != 0) {
             songs.push_back(path);
         }
     }
 }
 
-std::vector<fs::path> songsIn(const fs::path& folder, const fs::path& results, std::vector<std::string>& warnings) {
+std::vector<fs::path> songsIn(const fs::path& folder, const fs::path& results) {
     if (identityOf(folder) == results) {
         throw Failure(ExitCode::wrongUsage, folder.string() +
                                                 ": its results would lie among its songs, and be taken for songs next "
@@ -49,11 +48,10 @@ std::vector<fs::path> songsIn(const fs::path& folder, const fs::path& results, s
     }
     std::set<fs::path> seen = {results};
     std::vector<fs::path> songs;
-    search(folder.has_filename() ? folder : folder.parent_path(), seen, songs, warnings);  // "album/"
-    if (!songs.empty()) return songs;
-    const std::string reason =
-        warnings.empty() ? "has no sound file" : warnings.back().substr(folder.string().size() + 2);
-    throw Failure(ExitCode::inputUnreadable, folder.string() + ": " + reason + "; give a folder of songs");
+    search(folder.has_filename() ? folder : folder.parent_path(), seen, songs);  // "album/"
+    if (songs.empty())
+        throw Failure(ExitCode::inputUnreadable, folder.string() + ": has no sound file; give a folder of songs");
+    return songs;
 }
 
 fs::path parentOf(const fs::path& file) { return fs::absolute(file).lexically_normal().parent_path(); }
@@ -106,8 +104,7 @@ std::string Song::label() const { return isPipe() ? "standard input" : file.stri
 
 std::string Target::label() const { return file == pipeSign ? "standard output" : file.string(); }
 
-std::vector<Song> listSongs(const std::vector<std::string>& given, const fs::path& results,
-                            std::vector<std::string>& warnings) {
+std::vector<Song> listSongs(const std::vector<std::string>& given, const fs::path& results) {
     const fs::path resultsFolder = identityOf(results.empty() ? fs::current_path() : results);
     const auto isFolder = [](const std::string& word) {
         std::error_code none;
@@ -116,8 +113,7 @@ std::vector<Song> listSongs(const std::vector<std::string>& given, const fs::pat
     std::vector<Song> songs;
     std::set<fs::path> known;
     for (const std::string& word : given) {
-        for (const fs::path& file :
-             isFolder(word) ? songsIn(word, resultsFolder, warnings) : std::vector<fs::path>{word}) {
+        for (const fs::path& file : isFolder(word) ? songsIn(word, resultsFolder) : std::vector<fs::path>{word}) {
             if (known.insert(identityOf(file)).second) songs.push_back({file});
         }
     }

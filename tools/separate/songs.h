@@ -46,13 +46,11 @@ struct Targets {
 };
 
 /// The songs that the user's words stand for, each once: folders are searched with all that is in them, links
-/// followed, in the order of the names; hidden files and the folder of the results are left out.
-/// @param given files, folders or pipeSign. @param results the folder of the results.
-/// @param warnings receives a line for every folder that cannot be searched.
+/// followed, in the order of the names; hidden files and the folder of the results are left out. A folder that cannot
+/// be searched is told the user. @param given files, folders or pipeSign. @param results the folder of the results.
 /// @throws Failure with ExitCode::inputUnreadable for a folder without songs; with ExitCode::wrongUsage when its
 /// results would lie among the songs.
-std::vector<Song> listSongs(const std::vector<std::string>& given, const std::filesystem::path& results,
-                            std::vector<std::string>& warnings);
+std::vector<Song> listSongs(const std::vector<std::string>& given, const std::filesystem::path& results);
 
 /// As output.name says, in which {part} is {stem} without the stems' names before "rest".
 /// @throws Failure with ExitCode::wrongUsage for a template that names no file or has an unknown {word}.
