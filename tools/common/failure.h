@@ -46,22 +46,17 @@ inline Failure writeFailure(const std::filesystem::path& file, const std::string
 /// What the exception that is being handled means for the user. What is neither a Failure nor a lack of memory or
 /// threads comes from a model or the runtime. @param subject for the message: what was worked on.
 inline Failure currentFailure(const std::string& subject) {
-    const auto lacking = [&](const std::exception& error) {
-        return Failure(ExitCode::outOfResources,
-                       subject + ": " + error.what() + "; free some memory, or try fewer --jobs");
-    };
     try {
         throw;
     } catch (const Failure& failure) {
         return failure;
-    } catch (const std::bad_alloc& error) {
-        return lacking(error);
-    } catch (const std::system_error& error) {
-        return lacking(error);
     } catch (const std::exception& error) {
-        return {ExitCode::modelUnusable, subject + ": " + error.what() +
-                                             "; choose another model (tavrin-model inspect says more, and a scrambled "
-                                             "one needs its --key-file)"};
+        const std::string text = subject + ": " + error.what();
+        if (dynamic_cast<const std::bad_alloc*>(&error) || dynamic_cast<const std::system_error*>(&error))
+            return {ExitCode::outOfResources, text + "; free some memory, or try fewer --jobs"};
+        return {
+            ExitCode::modelUnusable,
+            text + "; choose another model (tavrin-model inspect says more, and a scrambled one needs its --key-file)"};
     }
 }
 

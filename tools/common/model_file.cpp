@@ -51,13 +51,11 @@ fs::path modelNamed(const std::string& name) {
         if (!isPath && fs::exists(file, none)) return file;
     }
     if (fs::exists(name, none)) return name;
+    std::string reason = "there is no such file and no model of that name; tavrin-model list shows those that are here";
     for (const OtherModel& other : otherModels) {
-        if (name == other.name)
-            throw Failure(ExitCode::modelUnusable, "model " + name + ": is not here; get it with: " + other.howToGet);
+        if (name == other.name) reason = std::string("is not here; get it with: ") + other.howToGet;
     }
-    throw Failure(ExitCode::modelUnusable,
-                  "model " + name +
-                      ": there is no such file and no model of that name; tavrin-model list shows those that are here");
+    throw Failure(ExitCode::modelUnusable, "model " + name + ": " + reason);
 }
 
 Bytes readBytes(const fs::path& file, ExitCode unreadable) {

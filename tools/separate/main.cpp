@@ -75,29 +75,27 @@ Json fileRecord(const fs::path& file) {
     return record;
 }
 
-Json optionsRecord(const Options& options, const LoadedModels& models) {
-    const OutputOptions& output = options.output;
-    static constexpr const char* policies[] = {"none", "clamp", "scale-all"};
-    Json record = {{"stems", models.names.stems},
-                   {"only", output.only},
-                   {"format", output.format->name},
-                   {"quality", output.quality ? Json(*output.quality) : Json()},
-                   {"clip", policies[static_cast<int>(output.clip)]},
-                   {"spectrogram", !output.spectrogram ? ""
-                                   : output.linear     ? "linear"
-                                                       : "logarithmic"},
-                   {"start", options.input.start},
-                   {"duration", std::isfinite(options.input.duration) ? Json(options.input.duration) : Json()},
-                   {"latency", options.model.latency},
-                   {"context", options.model.context}};
-    if (options.input.raw)
-        record["raw"] = {options.input.raw->format, options.input.raw->rate, options.input.raw->channels};
-    return record;
-}
-
 // What the record of a song has to say for its results to be up to date: song, models and options.
 Json wantedRecord(const Options& options, const LoadedModels& models, const Song& song) {
-    return {{"song", fileRecord(song.file)}, {"models", models.record}, {"options", optionsRecord(options, models)}};
+    const OutputOptions& output = options.output;
+    static constexpr const char* policies[] = {"none", "clamp", "scale-all"};
+    Json record = {{"song", fileRecord(song.file)},
+                   {"models", models.record},
+                   {"options",
+                    {{"stems", models.names.stems},
+                     {"only", output.only},
+                     {"format", output.format->name},
+                     {"quality", output.quality ? Json(*output.quality) : Json()},
+                     {"clip", policies[static_cast<int>(output.clip)]},
+                     {"spectrogram", !output.spectrogram ? ""
+                                     : output.linear     ? "linear"
+                                                         : "logarithmic"},
+                     {"start", options.input.start},
+                     {"duration", std::isfinite(options.input.duration) ? Json(options.input.duration) : Json()},
+                     {"latency", options.model.latency},
+                     {"context", options.model.context}}}};
+    if (const auto& raw = options.input.raw) record["options"]["raw"] = {raw->format, raw->rate, raw->channels};
+    return record;
 }
 
 // One line of it; bytes that are not UTF-8 are replaced.
@@ -120,16 +118,9 @@ bool areOutputsThere(const Json& outputs, const Targets& targets) {
     return true;
 }
 
-// What an earlier run left; null when there is none that can be read.
-Json readRecord(const fs::path& file) {
-    std::ifstream stream(file);
-    return Json::parse(stream, nullptr, false);
-}
-
 // Completes the record of a song from an earlier one, provided that models, options, song and results are still the
-// same.
-// @param audio gives the digest of the song's samples; asked when all is the same but the song's path or time.
-bool takeOver(Json& record, const Json& earlier, const Targets& targets, const std::function<std::string()>& audio) {
+// same. Only when the song's path or time differ, its samples are compared by their digest.
+bool takeOver(Json& record, const Json& earlier, const Options& options, const Song& song, const Targets& targets) {
     try {
         const Json wanted = asWritten(record);
         const Json& before = earlier.at("song");
@@ -139,7 +130,7 @@ bool takeOver(Json& record, const Json& earlier, const Targets& targets, const s
                             areOutputsThere(earlier.at("outputs"), targets);
         if (!isSame || !now.contains("size") || before.at("size") != now.at("size")) return false;
         const bool isUntouched = before.at("file") == now.at("file") && before.at("modified") == now.at("modified");
-        if (!isUntouched && before.at("audio") != audio()) return false;
+        if (!isUntouched && before.at("audio") != digestOf(options.input, song)) return false;
         record.update({{"outputs", earlier.at("outputs")},
                        {"damaged", earlier.at("damaged").get<bool>()},
                        {"warnings", earlier.at("warnings").get<std::vector<std::string>>()}});
@@ -249,10 +240,10 @@ SongOutcome separateSong(const Options& options, const LoadedModels& models, con
     try {
         wanted.update(wantedRecord(options, models, song));
         const Targets targets = targetsOf(options.output, models.names, song);
-        const Json earlier = targets.record.empty() ? Json() : readRecord(targets.record);
-        const auto audio = [&] { return digestOf(options.input, song); };
+        std::ifstream stream(targets.record);
+        const Json earlier = Json::parse(stream, nullptr, false);  // no object when there is none that can be read
         Json record = wanted;
-        if (options.overwrite || !takeOver(record, earlier, targets, audio))
+        if (options.overwrite || !takeOver(record, earlier, options, song, targets))
             return {separate(options, models, song, targets, earlier, show, record), std::move(record)};
         record["status"] = "skipped";
         return {song.label() + ": skipped, its results are up to date (" + listFiles(targets) +

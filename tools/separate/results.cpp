@@ -33,36 +33,34 @@ float peakOf(const std::vector<float>& samples) {
 Results::Results(const OutputOptions& options, const Song& source, const Targets& targets, const AudioReader& song,
                  double start)
     : _options(options), _rate(song.rate()), _channels(song.channels()) {
-    for (const Target& target : targets.parts) openPart(target, source, song);
+    for (const Target& target : targets.parts) {
+        Part& part = _parts.emplace_back();
+        part.target = target;
+        if (!_options.toStandardOutput()) part.file = std::make_unique<HiddenFile>(target.file);
+        if (_options.clip == ClipPolicy::scaleAll) {
+            part.waiting = makeScratchFile(target.file.parent_path());
+            if (!part.waiting) throw writeFailure(target.file);
+        }
+        // Opposite noise: stem and rest add up to the song.
+        const int dither = target.name == "rest" ? -1 : 1 + static_cast<int>(target.part);
+        AudioOutput output{
+            .place = {.descriptor = part.file ? part.file->descriptor() : STDOUT_FILENO, .name = target.label()},
+            .format = _options.format,
+            .quality = _options.quality,
+            .rate = _rate,
+            .channels = _channels,
+            .tags = song.tags(),
+            .picture = song.picture(),
+            .dither = dither};
+        std::string& title = output.tags["title"];
+        title = (title.empty() ? source.name() : title) + " (" + target.name + ")";
+        part.writer = std::make_unique<AudioWriter>(output);
+    }
     if (targets.picture.empty()) return;
     _pictureFile = std::make_unique<HiddenFile>(targets.picture);
     std::vector<std::string> names = {source.name()};
     for (const Target& target : targets.parts) names.push_back(target.name);
     _picture.emplace(std::move(names), _rate, start, options.linear);
-}
-
-void Results::openPart(const Target& target, const Song& source, const AudioReader& song) {
-    Part& part = _parts.emplace_back();
-    part.target = target;
-    if (!_options.toStandardOutput()) part.file = std::make_unique<HiddenFile>(target.file);
-    if (_options.clip == ClipPolicy::scaleAll) {
-        part.waiting = makeScratchFile(target.file.parent_path());
-        if (!part.waiting) throw writeFailure(target.file);
-    }
-    // Opposite noise: stem and rest add up to the song.
-    const int dither = target.name == "rest" ? -1 : 1 + static_cast<int>(target.part);
-    AudioOutput output{
-        .place = {.descriptor = part.file ? part.file->descriptor() : STDOUT_FILENO, .name = target.label()},
-        .format = _options.format,
-        .quality = _options.quality,
-        .rate = _rate,
-        .channels = _channels,
-        .tags = song.tags(),
-        .picture = song.picture(),
-        .dither = dither};
-    std::string& title = output.tags["title"];
-    title = (title.empty() ? source.name() : title) + " (" + target.name + ")";
-    part.writer = std::make_unique<AudioWriter>(output);
 }
 
 void Results::write(Parts parts) {

@@ -45,7 +45,6 @@ private:
         FileHandle waiting{nullptr, std::fclose};  // samples for the gain of all parts
     };
 
-    void openPart(const Target& target, const Song& source, const AudioReader& song);
     void write(Part& part, std::vector<float>& samples);
     float applyGain();
 

@@ -4,7 +4,6 @@
 #include <functional>
 #include <map>
 #include <numeric>
-#include <optional>
 #include <set>
 #include <system_error>
 
@@ -58,15 +57,15 @@ fs::path parentOf(const fs::path& file) { return fs::absolute(file).lexically_no
 
 // The deepest folder that holds all songs.
 fs::path commonFolder(const std::vector<Song>& songs) {
-    std::optional<fs::path> common;
+    fs::path common;
     for (const Song& song : songs) {
         if (song.isPipe()) continue;
         const fs::path parent = parentOf(song.file);
-        if (!common) common = parent;
-        const auto end = std::mismatch(common->begin(), common->end(), parent.begin(), parent.end()).first;
-        common = std::accumulate(common->begin(), end, fs::path(), std::divides());
+        if (common.empty()) common = parent;
+        const auto end = std::mismatch(common.begin(), common.end(), parent.begin(), parent.end()).first;
+        common = std::accumulate(common.begin(), end, fs::path(), std::divides());
     }
-    return common.value_or("");
+    return common;
 }
 
 fs::path fileFor(const OutputOptions& output, const Song& song, const std::string& stem, const std::string& part,
@@ -165,13 +164,10 @@ void requireDistinctTargets(const OutputOptions& output, const PartNames& names,
             if (owner->second == &song)
                 throw Failure(ExitCode::wrongUsage, file.string() + ": would be a result of " + song.label() +
                                                         " twice; put {stem} into --name");
-            const bool folderHelps =
-                owner->second->folder != song.folder && output.name.find("{folder}") == std::string::npos;
             throw Failure(ExitCode::wrongUsage,
                           file.string() + ": would be a result of " + song.label() + " and of " +
                               owner->second->label() +
-                              (folderHelps ? "; tell them apart with {folder} in --name"
-                                           : "; separate them into different folders, or rename one of them"));
+                              "; tell them apart with {folder} in --name, or separate them into different folders");
         }
     }
 }
