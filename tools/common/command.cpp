@@ -54,14 +54,12 @@ public:
     }
 
     std::string make_option(const CLI::Option* option, bool isPositional) const override {
-        return entry("  " + make_option_name(option, isPositional) + make_option_opts(option),
-                     make_option_desc(option));
-    }
-
-    // The type alone: what the checks add to it, defaults and the like are in the texts.
-    std::string make_option_opts(const CLI::Option* option) const override {
-        const std::string type = option->get_type_name();
-        return option->get_type_size() == 0 || option->get_positional() ? "" : " " + type.substr(0, type.find(':'));
+        // The type alone: what the checks add to it, defaults and the like are in the texts.
+        const std::string type = " " + option->get_type_name();
+        const bool isFlag = option->get_type_size() == 0;
+        return entry("  " + make_option_name(option, isPositional) +
+                         (isFlag || isPositional ? "" : type.substr(0, type.find(':'))),
+                     option->get_description());
     }
 
     std::string make_subcommand(const CLI::App* command) const override {
@@ -127,7 +125,9 @@ void setLastWords(const std::string& words) {
 }
 
 void parseArguments(CLI::App& app, int argc, const char* const* argv) {
-    app.formatter(std::make_shared<NarrowHelp>());
+    const auto help = std::make_shared<NarrowHelp>();
+    app.formatter(help);
+    for (CLI::App* command : app.get_subcommands({})) command->formatter(help);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& helpOrVersion) {

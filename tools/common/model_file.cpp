@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <sstream>
 #include <system_error>
 
@@ -65,12 +66,13 @@ Bytes readBytes(const fs::path& file, ExitCode unreadable) {
     };
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rbe"), std::fclose);
     if (!stream) throw refusal();
-    std::error_code none;
-    if (fs::is_regular_file(file, none) && fs::file_size(file, none) > 0) {
-        const auto size = static_cast<std::size_t>(fs::file_size(file, none));
+    std::error_code error;
+    const auto size = static_cast<std::size_t>(fs::file_size(file, error));
+    if (!error) {  // it is a regular file
         void* const mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fileno(stream.get()), 0);
-        if (mapped == MAP_FAILED) throw std::system_error(errno, std::system_category());
-        return {{mapped, [size](void* bytes) { munmap(bytes, size); }}, {static_cast<const char*>(mapped), size}};
+        if (mapped != MAP_FAILED)
+            return {{mapped, [size](void* bytes) { munmap(bytes, size); }}, {static_cast<const char*>(mapped), size}};
+        if (errno == ENOMEM) throw std::bad_alloc();
     }
     const auto copy = std::make_shared<std::string>();
     char block[4096];
@@ -104,7 +106,7 @@ void scrambleFile(const fs::path& input, const fs::path& output, const fs::path&
         throw Failure(ExitCode::wrongUsage, output.string() + ": is no regular file; name another one with -o");
     HiddenFile target(output);
     target.write(bytes);
-    target.publish();
+    HiddenFile::publish({&target});
 }
 
 }  // namespace tavrin::tool

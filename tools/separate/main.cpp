@@ -25,7 +25,6 @@
 #include "common/failure.h"
 #include "common/hidden_file.h"
 #include "common/messages.h"
-#include "separate/digest.h"
 #include "separate/models.h"
 #include "separate/options.h"
 #include "separate/results.h"
@@ -110,10 +109,9 @@ bool areOutputsThere(const Json& outputs, const Targets& targets) {
     if (outputs.size() != files.size()) return false;
     for (std::size_t i = 0; i < files.size(); ++i) {
         const Json present = asWritten(fileRecord(files[i]));
-        for (const auto& [key, value] : present.items()) {
-            if (outputs.at(i).at(key) != value) return false;
-        }
-        if (!present.contains("size")) return false;
+        Json output = outputs.at(i);
+        output.update(present);
+        if (output != outputs[i] || !present.contains("size")) return false;
     }
     return true;
 }
@@ -217,7 +215,7 @@ std::string separate(const Options& options, const LoadedModels& models, const S
     if (!targets.record.empty()) {
         HiddenFile file(targets.record);
         file.write(asText(record) + "\n");
-        file.publish();
+        HiddenFile::publish({&file});
     }
     if (options.verbose)
         for (const std::string& message : reader.messages()) say(song.label() + ": " + message);
@@ -274,12 +272,6 @@ public:
         while (helpers.size() + 1 < threads) helpers.push_back(std::async([this] { work(); }));
         work();
         for (std::future<void>& helper : helpers) helper.get();
-        return conclude();
-    }
-
-private:
-    // Of a single song what it failed with; of several, that some did.
-    ExitCode conclude() {
         const bool several = _songs.size() > 1;
         if (several && !_options.quiet) {
             say(std::to_string(_songs.size()) + " songs: " + std::to_string(_count["done"]) + " separated, " +
@@ -289,6 +281,7 @@ private:
         return several && !_failures.empty() ? ExitCode::someSongsFailed : _code;
     }
 
+private:
     void work() {
         for (std::size_t next = _next++; next < _songs.size(); next = _next++) {
             try {
@@ -346,16 +339,14 @@ private:
 ExitCode separate(const Options& options) {
     static SpokenLog log;  // as plog's logger, until the process ends
     if (options.verbose) plog::init(plog::info, &log);
-    if (options.listProviders) {
-        for (const std::string& provider : availableProviders()) std::puts(provider.c_str());
+    const auto list = [](const std::vector<std::string>& names) {
+        std::puts(joined(names, "\n").c_str());
         return ExitCode::done;
-    }
+    };
+    if (options.listProviders) return list(availableProviders());
     const std::vector<Song> songs = listSongs(options.songs, options.output.folder);
     const LoadedModels models = loadModels(options.model);
-    if (options.listStems) {
-        for (const std::string& stem : models.names.stems) std::puts(stem.c_str());
-        return ExitCode::done;
-    }
+    if (options.listStems) return list(models.names.stems);
     requireDistinctTargets(options.output, models.names, songs);
     return Batch(options, models, songs).run();
 }

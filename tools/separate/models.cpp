@@ -10,7 +10,6 @@
 #include "common/failure.h"
 #include "common/messages.h"
 #include "common/model_file.h"
-#include "separate/digest.h"
 
 namespace tavrin::tool {
 
@@ -46,8 +45,7 @@ public:
         addStage(_choice.models);
         for (const std::string& name : _choice.then) addStage({name});
         for (const std::string& name : _choice.stems) {
-            const auto isIt = [&](const std::string& stem) { return isWanted(stem, {name}); };
-            if (std::none_of(_known.begin(), _known.end(), isIt))
+            if (std::none_of(_known.begin(), _known.end(), [&](const auto& stem) { return isWanted(stem, {name}); }))
                 throw Failure(ExitCode::wrongUsage, "--stems: \"" + name + "\" is no stem of " + _loaded.label +
                                                         ", which knows " + joined(_known, ", "));
         }

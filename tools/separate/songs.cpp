@@ -95,13 +95,7 @@ fs::path fileFor(const OutputOptions& output, const Song& song, const std::strin
 
 }  // namespace
 
-bool Song::isPipe() const { return file == pipeSign; }
-
 std::string Song::name() const { return isPipe() ? "stdin" : asFileName(file.stem().string()); }
-
-std::string Song::label() const { return isPipe() ? "standard input" : file.string(); }
-
-std::string Target::label() const { return file == pipeSign ? "standard output" : file.string(); }
 
 std::vector<Song> listSongs(const std::vector<std::string>& given, const fs::path& results) {
     const fs::path resultsFolder = identityOf(results.empty() ? fs::current_path() : results);

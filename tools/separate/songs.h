@@ -15,9 +15,9 @@ struct Song {
     std::filesystem::path file;          ///< pipeSign: standard input
     std::filesystem::path folder = ".";  ///< the song's own, below the one that holds all
 
-    bool isPipe() const;
-    std::string name() const;   ///< names its results: no folder, no control characters, neither "." nor ".."
-    std::string label() const;  ///< for messages
+    bool isPipe() const { return file == pipeSign; }
+    std::string name() const;  ///< names its results: no folder, no control characters, neither "." nor ".."
+    std::string label() const { return isPipe() ? "standard input" : file.string(); }  ///< for messages
 };
 
 /// What the parts of every song of a run are called.
@@ -32,7 +32,7 @@ struct Target {
     std::string name;            ///< "vocals", "rest"
     std::filesystem::path file;  ///< pipeSign: standard output
 
-    std::string label() const;  ///< for messages
+    std::string label() const { return file == pipeSign ? "standard output" : file.string(); }  ///< for messages
 };
 
 /// What a song becomes. A rest, a picture and a record belong to their stems and carry their names: two models in one
