@@ -79,8 +79,7 @@ std::string lastWords = "interrupted; nothing was written";
 
 [[noreturn]] void waitAndEnd(sigset_t signals) {
     int signal = 0;
-    while (sigwait(&signals, &signal) != 0) {
-    }
+    while (sigwait(&signals, &signal) != 0) continue;
     HiddenFile::removeAll();
     const std::lock_guard lock(turn);
     sayAtOnce(lastWords);

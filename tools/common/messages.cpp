@@ -82,8 +82,8 @@ void Progress::show(const std::string& song, double before, double now) {
 std::string Progress::line(const std::string& song) const {
     constexpr std::size_t widestBar = 30;
     winsize terminal{};
-    const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &terminal) == 0 && terminal.ws_col > 0;
-    const std::size_t columns = (isKnown ? terminal.ws_col : 80U) - 1;  // the last one would begin another line
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &terminal) != 0 || terminal.ws_col == 0) terminal.ws_col = 80;
+    const std::size_t columns = terminal.ws_col - 1U;  // the last one would begin another line
     const double share = std::clamp(_done / static_cast<double>(_songs), 0.0, 1.0);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
     const std::size_t width = columns / 3 < 8 ? 0 : std::min(columns / 3, widestBar);

@@ -69,7 +69,7 @@ Bytes readBytes(const fs::path& file, ExitCode unreadable) {
     std::error_code error;
     const auto size = static_cast<std::size_t>(fs::file_size(file, error));
     if (!error) {  // it is a regular file
-        void* const mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fileno(stream.get()), 0);
+        void* const mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fileno(stream.get()), 0);
         if (mapped != MAP_FAILED)
             return {{mapped, [size](void* bytes) { munmap(bytes, size); }}, {static_cast<const char*>(mapped), size}};
         if (errno == ENOMEM) throw std::bad_alloc();
@@ -82,7 +82,7 @@ Bytes readBytes(const fs::path& file, ExitCode unreadable) {
 }
 
 std::string readKey(const fs::path& file) {
-    std::string key(readBytes(file).text);
+    std::string key = readBytes(file);
     if (key.ends_with('\n')) key.pop_back();
     if (key.ends_with('\r')) key.pop_back();
     if (key.empty()) throw Failure(ExitCode::inputUnreadable, file.string() + ": is empty; write the key into it");
@@ -95,7 +95,7 @@ std::string withKey(std::string bytes, const std::string& key) {
 }
 
 void scrambleFile(const fs::path& input, const fs::path& output, const fs::path& keyFile) {
-    const std::string bytes = withKey(std::string(readBytes(input).text), readKey(keyFile));
+    const std::string bytes = withKey(readBytes(input), readKey(keyFile));
     std::error_code none;
     for (const fs::path& source : {input, keyFile}) {
         if (fs::equivalent(output, source, none))

@@ -19,8 +19,6 @@ namespace fs = std::filesystem;
 
 using Names = std::vector<std::string>;
 
-constexpr int usualRate = 44100;
-
 // What remains of a name however it is spelt: "Acoustic Guitar", "acoustic-guitars", "acousticGuitar".
 std::string bare(const std::string& name) {
     std::string letters;
@@ -54,7 +52,7 @@ public:
         const bool isAll = stems.size() == _known.size();
         _loaded.names.group = isAll && stems.size() > 1 ? joined(_files, "+") : joined(stems, "+");
         try {
-            Separation(_loaded.stages, usualRate);
+            Separation(_loaded.stages, 44100);  // any rate will do
         } catch (const std::invalid_argument& reason) {
             throw Failure(ExitCode::wrongUsage, std::string("--latency, --context: ") + reason.what());
         }

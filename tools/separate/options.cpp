@@ -198,8 +198,7 @@ Options parseOptions(int argc, const char* const* argv) {
     output.format = chooseFormat(findAudioFormat(format), options);
     targetsOf(output, {{""}, ""}, {});  // throws for a template that cannot be used
     checkQuality(output);
-    const bool isFloat = output.format->hasHeadroom() && !output.format->isLossy;
-    if (!*clip && !isFloat) output.clip = ClipPolicy::clamp;
+    if (!*clip && (!output.format->hasHeadroom() || output.format->isLossy)) output.clip = ClipPolicy::clamp;
     if (output.toStandardOutput()) requireOneStream(options);
     return options;
 }

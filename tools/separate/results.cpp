@@ -20,8 +20,7 @@ std::string decibels(float peak) {
     return text;
 }
 
-// The largest magnitude. Magnitudes compare as their bits do, and of whole numbers the compiler takes several at a
-// time.
+// The largest magnitude. Their bits compare as they do, and of whole numbers the compiler takes several at a time.
 float peakOf(const std::vector<float>& samples) {
     std::int32_t peak = 0;
     for (const float sample : samples) peak = std::max(peak, std::bit_cast<std::int32_t>(sample) & 0x7FFFFFFF);

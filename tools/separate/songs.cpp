@@ -39,20 +39,6 @@ void search(const fs::path& folder, std::set<fs::path>& seen, std::vector<fs::pa
     }
 }
 
-std::vector<fs::path> songsIn(const fs::path& folder, const fs::path& results) {
-    if (identityOf(folder) == results) {
-        throw Failure(ExitCode::wrongUsage, folder.string() +
-                                                ": its results would lie among its songs, and be taken for songs next "
-                                                "time; choose another folder with -o");
-    }
-    std::set<fs::path> seen = {results};
-    std::vector<fs::path> songs;
-    search(folder.has_filename() ? folder : folder.parent_path(), seen, songs);  // "album/"
-    if (songs.empty())
-        throw Failure(ExitCode::inputUnreadable, folder.string() + ": has no sound file; give a folder of songs");
-    return songs;
-}
-
 fs::path parentOf(const fs::path& file) { return fs::absolute(file).lexically_normal().parent_path(); }
 
 // The deepest folder that holds all songs.
@@ -106,7 +92,20 @@ std::vector<Song> listSongs(const std::vector<std::string>& given, const fs::pat
     std::vector<Song> songs;
     std::set<fs::path> known;
     for (const std::string& word : given) {
-        for (const fs::path& file : isFolder(word) ? songsIn(word, resultsFolder) : std::vector<fs::path>{word}) {
+        std::vector<fs::path> files;
+        if (!isFolder(word)) files.emplace_back(word);
+        if (isFolder(word)) {
+            std::set<fs::path> seen = {resultsFolder};
+            const fs::path folder = word;
+            if (identityOf(folder) == resultsFolder)
+                throw Failure(ExitCode::wrongUsage, word +
+                                                        ": its results would lie among its songs, and be taken for "
+                                                        "songs next time; choose another folder with -o");
+            search(folder.has_filename() ? folder : folder.parent_path(), seen, files);  // "album/"
+            if (files.empty())
+                throw Failure(ExitCode::inputUnreadable, word + ": has no sound file; give a folder of songs");
+        }
+        for (const fs::path& file : files) {
             if (known.insert(identityOf(file)).second) songs.push_back({file});
         }
     }
@@ -152,16 +151,13 @@ void requireDistinctTargets(const OutputOptions& output, const PartNames& names,
         for (const fs::path& file : targetsOf(output, names, song).files()) {
             const auto [owner, isNew] = owners.emplace(identityOf(file), &song);
             if (isNew) continue;
-            if (!owner->second)
-                throw Failure(ExitCode::wrongUsage,
-                              file.string() + ": would replace a song itself; choose another folder with -o");
-            if (owner->second == &song)
-                throw Failure(ExitCode::wrongUsage, file.string() + ": would be a result of " + song.label() +
-                                                        " twice; put {stem} into --name");
-            throw Failure(ExitCode::wrongUsage,
-                          file.string() + ": would be a result of " + song.label() + " and of " +
-                              owner->second->label() +
-                              "; tell them apart with {folder} in --name, or separate them into different folders");
+            const Song* const other = owner->second;
+            std::string problem = "would be a result of " + song.label() + " twice; put {stem} into --name";
+            if (!other) problem = "would replace a song itself; choose another folder with -o";
+            if (other && other != &song)
+                problem = "would be a result of " + song.label() + " and of " + other->label() +
+                          "; tell them apart with {folder} in --name, or separate them into different folders";
+            throw Failure(ExitCode::wrongUsage, file.string() + ": " + problem);
         }
     }
 }
