@@ -60,15 +60,10 @@ fs::path modelNamed(const std::string& name) {
 }
 
 Bytes readBytes(const fs::path& file, ExitCode unreadable) {
-    const auto refusal = [&] {
-        return Failure(unreadable,
-                       file.string() + ": cannot be read (" + std::strerror(errno) + "); check its name and rights");
-    };
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rbe"), std::fclose);
-    if (!stream) throw refusal();
-    std::error_code error;
+    std::error_code error;  // for what is no regular file
     const auto size = static_cast<std::size_t>(fs::file_size(file, error));
-    if (!error) {  // it is a regular file
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rbe"), std::fclose);
+    if (stream && !error) {
         void* const mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fileno(stream.get()), 0);
         if (mapped != MAP_FAILED)
             return {{mapped, [size](void* bytes) { munmap(bytes, size); }}, {static_cast<const char*>(mapped), size}};
@@ -76,8 +71,11 @@ Bytes readBytes(const fs::path& file, ExitCode unreadable) {
     }
     const auto copy = std::make_shared<std::string>();
     char block[4096];
-    while (const std::size_t count = std::fread(block, 1, sizeof block, stream.get())) copy->append(block, count);
-    if (std::ferror(stream.get())) throw refusal();
+    while (const std::size_t count = stream ? std::fread(block, 1, sizeof block, stream.get()) : 0)
+        copy->append(block, count);
+    if (!stream || std::ferror(stream.get()))
+        throw Failure(unreadable,
+                      file.string() + ": cannot be read (" + std::strerror(errno) + "); check its name and rights");
     return {copy, *copy};
 }
 

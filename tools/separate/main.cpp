@@ -213,7 +213,7 @@ private:
         Separation separation(_models.stages, reader.rate());
         Results results(_options.output, _song, _targets, reader, _options.input.start);
         Digest digest;
-        const std::int64_t length = reader.length().value_or(0);
+        const auto length = static_cast<double>(reader.length().value_or(0));
         std::future<void> written;  // what is separated is written while more is, where a thread can be had for it
         const auto write = [&](Parts parts) {
             if (written.valid()) written.get();
@@ -223,8 +223,7 @@ private:
             digest.add(block.data(), block.size() * sizeof(float));
             if (Parts parts = separation.process(block); !parts.front().empty()) write(std::move(parts));
             // A compressed file may turn out longer than it said.
-            if (length > 0)
-                show(std::min(1.0, static_cast<double>(separation.samplesDone()) / static_cast<double>(length)));
+            if (length > 0) show(std::min(1.0, static_cast<double>(separation.samplesDone()) / length));
         }
         write(separation.finish());
         written.get();
@@ -233,9 +232,9 @@ private:
         const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         const double speed = seconds / elapsed;
         const auto rounded = [](double value) { return std::round(value * 1000) / 1000; };
-        record["status"] = "done";
         record["song"]["audio"] = digest.text();
-        record.update({{"rate", reader.rate()},
+        record.update({{"status", "done"},
+                       {"rate", reader.rate()},
                        {"seconds", rounded(seconds)},
                        {"elapsed", rounded(elapsed)},
                        {"times_real_time", rounded(speed)},
@@ -276,11 +275,10 @@ public:
         : _options(options),
           _models(models),
           _songs(songs),
-          _progress(songs.size(), !options.quiet && !options.output.toStandardOutput()) {
-        prepareLastWords();
-    }
+          _progress(songs.size(), !options.quiet && !options.output.toStandardOutput()) {}
 
     ExitCode run() {
+        prepareLastWords();
         const auto threads = std::min(static_cast<std::size_t>(_options.jobs), _songs.size());
         std::vector<std::future<void>> helpers;  // each with a thread of its own, where one can be had
         while (helpers.size() + 1 < threads) helpers.push_back(std::async([this] { work(); }));

@@ -106,7 +106,6 @@ Options parseOptions(int argc, const char* const* argv) {
     RawAudio raw;
     const std::map<std::string, ClipPolicy> policies = {
         {"clamp", ClipPolicy::clamp}, {"none", ClipPolicy::none}, {"scale-all", ClipPolicy::scaleAll}};
-    const std::map<std::string, std::string> rawFormats = {{"float32", "f32le"}, {"int16", "s16le"}};
 
     CLI::App app(description, "tavrin-separate");
     app.footer(footer);
@@ -148,14 +147,14 @@ Options parseOptions(int argc, const char* const* argv) {
     timeOption("--start", input.start, "Leave out this much of each song, seconds or minutes:seconds");
     timeOption("--duration", input.duration, "Separate only this much of each song");
     option("--jobs", options.jobs, "N", "Songs to separate side by side (default: 1)")->check(CLI::Range(1, 64));
-    CLI::Option* rate = option("--rate", raw.rate, "HZ", "Songs are raw samples, so many per second");
-    rate->check(CLI::Range(1000, 768000));
+    CLI::Option* rate =
+        option("--rate", raw.rate, "HZ", "Songs are raw samples, so many per second")->check(CLI::Range(1000, 768000));
     option("--channels", raw.channels, "N", "Of raw samples, 1 or 2 (default: 2)")
         ->check(CLI::IsMember({1, 2}))
         ->needs(rate);
     option("--raw", raw.format, "KIND",
            "Kind of raw samples: float32 (default), int16, or FFmpeg's name, such as s24le")
-        ->transform(CLI::Transformer(rawFormats))
+        ->transform(CLI::Transformer({{"float32", "f32le"}, {"int16", "s16le"}}))
         ->needs(rate);
 
     app.option_defaults()->group("Model");
