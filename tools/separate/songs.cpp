@@ -92,9 +92,10 @@ std::vector<Song> listSongs(const std::vector<std::string>& given, const fs::pat
     std::vector<Song> songs;
     std::set<fs::path> known;
     for (const std::string& word : given) {
-        std::vector<fs::path> files = {word};
-        if (isFolder(word)) {
-            files.clear();
+        std::vector<fs::path> files;
+        if (!isFolder(word)) {
+            files.emplace_back(word);
+        } else {
             std::set<fs::path> seen = {resultsFolder};
             const fs::path folder = word;
             if (identityOf(folder) == resultsFolder)
