@@ -21,7 +21,7 @@ TEST_F(ModelTool, saysWhatAModelLacksAndTimesOneThatLacksNothing) {
     expect(3, inspect + models + "no_tensor.onnx", "'separated' is no tensor");
     expect(3, inspect + models + "failing.onnx", "indices element out of data bounds");
     expect(3, inspect + "nowhere.onnx", "nowhere.onnx");
-    expect(2, inspect + "/", "is a folder");
+    expect(2, inspect + "/", "Is a directory");
     const std::string list = "XDG_DATA_HOME=/none TAVRIN_MODELS=" + models + " " + tool + "list";
     for (const std::string name : {"centre", "percussive", "six_stems", "vocals"})
         expect(0, list + " | grep '^" + name + " '");

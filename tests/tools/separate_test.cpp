@@ -4,10 +4,9 @@
 
 #include "command.h"
 #include "common/failure.h"
-#include "common/help.h"
 #include "common/messages.h"
-#include "separate/names.h"
 #include "separate/options.h"
+#include "separate/songs.h"
 
 namespace {
 
@@ -51,13 +50,13 @@ TEST(Options, chooseTheFormatByNameEndingOrPipe) {
 }
 
 TEST(Names, followTheTemplateAndStayInTheFolder) {
-    const auto files = [](const char* name, const PartNames& parts, const char* song, const char* below = "") {
+    const auto files = [](const char* name, const PartNames& parts, const char* song, const char* below = ".") {
         OutputOptions output;
         output.folder = "o";
         output.name = name;
         output.format = findAudioFormat("wav");
         output.spectrogram = true;
-        return joined(targetsOf(output, parts, {song, below, false}).files());
+        return joined(targetsOf(output, parts, {song, below}).files());
     };
     const PartNames one{{"centre"}, "centre"}, two{{"vocals", "drums"}, "vocals+drums"};
     EXPECT_EQ(files("{song}/{stem}.{ext}", one, "a/My Song.mp3"),
@@ -87,20 +86,18 @@ TEST_F(Command, searchesFoldersOnceAndTellsEqualNamesApart) {
     }
     fs::create_directory_symlink("../a", "a/b/loop");
     fs::create_symlink("x.wav", "a/same.wav");
-    std::vector<std::string> warnings;
     const auto list = [&](const std::vector<std::string>& given) {  // each with its {folder}
         std::vector<std::string> songs;
-        for (const Song& song : listSongs(given, "a/out", warnings))
-            songs.push_back(song.isPipe ? "(stdin)" : song.file.string() + "(" + song.folder.string() + ")");
+        for (const Song& song : listSongs(given, "a/out"))
+            songs.push_back(song.isPipe() ? "(stdin)" : song.file.string() + "(" + song.folder.string() + ")");
         return joined(songs);
     };
-    EXPECT_EQ(list({"a"}), "a/b/x.mp3(b) a/same.wav()");
+    EXPECT_EQ(list({"a"}), "a/b/x.mp3(b) a/same.wav(.)");
     EXPECT_EQ(list({"a/", "c"}), "a/b/x.mp3(a/b) a/same.wav(a) c/X.WAV(c)");
-    EXPECT_EQ(list({"a/x.wav", "./a/x.wav"}), "a/x.wav()");
-    EXPECT_EQ(list({"-", "c/X.WAV"}), "(stdin) c/X.WAV()");
-    EXPECT_EQ(joined(warnings), "");
+    EXPECT_EQ(list({"a/x.wav", "./a/x.wav"}), "a/x.wav(.)");
+    EXPECT_EQ(list({"-", "c/X.WAV"}), "(stdin) c/X.WAV(.)");
     EXPECT_THROW(list({"a/out"}), Failure) << "its results would be songs";
-    EXPECT_THROW(listSongs({"a/.h"}, "a/.h", warnings), Failure);
+    EXPECT_THROW(listSongs({"a/.h"}, "a/.h"), Failure);
 }
 
 }  // namespace

@@ -2,9 +2,13 @@
 /// How a run ends early: with one line for the user and an exit code.
 #pragma once
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace tavrin::tool {
 
@@ -33,15 +37,27 @@ private:
 /// The end of a run whose reader has heard enough: no failure, and nothing to say.
 inline Failure readerGone() { return {ExitCode::done, ""}; }
 
-/// @param file what was to be made or written.
-inline Failure writeFailure(const std::filesystem::path& file, const std::string& reason) {
+/// @param file what was to be made or written. @param reason by default that of the system call that has just failed.
+inline Failure writeFailure(const std::filesystem::path& file, const std::string& reason = std::strerror(errno)) {
     return {ExitCode::writeFailed,
             file.string() + ": cannot be written (" + reason + "); make room or choose another folder with -o"};
 }
 
-/// @param error of this program or its surroundings: no memory, no thread.
-inline Failure resourceFailure(const std::exception& error) {
-    return {ExitCode::outOfResources, std::string(error.what()) + "; free some memory, or try fewer --jobs"};
+/// What the exception that is being handled means for the user. What is neither a Failure nor a lack of memory or
+/// threads comes from a model or the runtime. @param subject for the message: what was worked on.
+inline Failure currentFailure(const std::string& subject) {
+    try {
+        throw;
+    } catch (const Failure& failure) {
+        return failure;
+    } catch (const std::exception& error) {
+        const std::string text = subject + ": " + error.what();
+        if (dynamic_cast<const std::bad_alloc*>(&error) || dynamic_cast<const std::system_error*>(&error))
+            return {ExitCode::outOfResources, text + "; free some memory, or try fewer --jobs"};
+        return {
+            ExitCode::modelUnusable,
+            text + "; choose another model (tavrin-model inspect says more, and a scrambled one needs its --key-file)"};
+    }
 }
 
 }  // namespace tavrin::tool

@@ -5,9 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <mutex>
 #include <set>
 #include <system_error>
@@ -26,13 +24,6 @@ std::recursive_timed_mutex turn;
 std::set<fs::path> unfinished;
 std::vector<fs::path> madeFolders;  // outer ones first
 
-fs::path hiddenName(const fs::path& target) {
-    fs::path name = ".";
-    name += target.filename();
-    name += ".part";
-    return target.parent_path() / name;
-}
-
 void makeFolders(const fs::path& folder) {
     std::error_code error;
     fs::path path;
@@ -50,24 +41,25 @@ void removeEmptyFolders() {
 }
 
 bool isFileAt(const fs::path& path, int descriptor) {
-    struct stat named {};
-    struct stat opened {};
+    struct stat named {
+    }, opened{};
     return stat(path.c_str(), &named) == 0 && fstat(descriptor, &opened) == 0 && named.st_dev == opened.st_dev &&
            named.st_ino == opened.st_ino;
 }
 
 }  // namespace
 
-HiddenFile::HiddenFile(fs::path target) : _target(std::move(target)), _hidden(hiddenName(_target)) {
+HiddenFile::HiddenFile(const fs::path& target)
+    : _target(target), _hidden((target.parent_path() / ".").concat(target.filename().string() + ".part")) {
     const std::lock_guard lock(turn);
     std::error_code none;
     if (fs::is_directory(_target, none)) throw writeFailure(_target, "there is a folder of that name");
     makeFolders(_target.parent_path());
     _descriptor = open(_hidden.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
     if (_descriptor < 0) {
-        const std::string reason = std::strerror(errno);
+        const Failure failure = writeFailure(_target);
         removeEmptyFolders();
-        throw writeFailure(_target, reason);
+        throw failure;
     }
     // The lock keeps two runs from mixing their samples; what a killed run left behind is not locked and is used anew.
     if (flock(_descriptor, LOCK_EX | LOCK_NB) != 0 || !isFileAt(_hidden, _descriptor)) {
@@ -75,7 +67,7 @@ HiddenFile::HiddenFile(fs::path target) : _target(std::move(target)), _hidden(hi
         throw Failure(ExitCode::writeFailed, _target.string() + ": another run is writing it; wait for that one");
     }
     unfinished.insert(_hidden);
-    if (ftruncate(_descriptor, 0) != 0) throw writeFailure(_target, std::strerror(errno));
+    if (ftruncate(_descriptor, 0) != 0) throw writeFailure(_target);
 }
 
 HiddenFile::~HiddenFile() {
@@ -91,7 +83,7 @@ HiddenFile::~HiddenFile() {
 void HiddenFile::write(std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(_descriptor, bytes.data(), bytes.size());
-        if (written < 0) throw writeFailure(_target, std::strerror(errno));
+        if (written < 0) throw writeFailure(_target);
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
 }
@@ -104,7 +96,7 @@ void HiddenFile::publish(const std::vector<HiddenFile*>& files) {
         if (error) throw writeFailure(file->_target, error.message());
         unfinished.erase(file->_hidden);
         // Some file systems report a failed write only now.
-        if (close(std::exchange(file->_descriptor, -1)) != 0) throw writeFailure(file->_target, std::strerror(errno));
+        if (close(std::exchange(file->_descriptor, -1)) != 0) throw writeFailure(file->_target);
     }
 }
 

@@ -13,7 +13,7 @@ namespace tavrin::tool {
 class HiddenFile {
 public:
     /// @throws Failure with ExitCode::writeFailed, also when another process is writing the same file.
-    explicit HiddenFile(std::filesystem::path target);
+    explicit HiddenFile(const std::filesystem::path& target);
     ~HiddenFile();
     HiddenFile(const HiddenFile&) = delete;
     HiddenFile& operator=(const HiddenFile&) = delete;
@@ -26,10 +26,8 @@ public:
     /// Appends bytes. @throws Failure with ExitCode::writeFailed.
     void write(std::string_view bytes);
 
-    /// Gives the file its name; another one of that name is replaced. @throws Failure with ExitCode::writeFailed.
-    void publish() { publish({this}); }
-
-    /// Gives all of them their names; a signal comes before or after it, not between. @throws as the other one.
+    /// Gives files their names; others of these names are replaced. A signal comes before or after it, not between.
+    /// @throws Failure with ExitCode::writeFailed.
     static void publish(const std::vector<HiddenFile*>& files);
 
     /// Removes every unfinished file of the process, and lets none be published any more. For a process that ends.

@@ -1,12 +1,16 @@
 #include "common/messages.h"
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <mutex>
+#include <string_view>
 
 namespace tavrin::tool {
 
@@ -22,18 +26,26 @@ std::string lineOf(const std::string& message) {
     return (status.empty() ? "" : wipeLine) + speaker + ": " + printable(message) + "\n";
 }
 
+// Whoever calls it has the turn.
+void showStatus(const std::string& line) {
+    if (line == status) return;
+    status = line;
+    std::fprintf(stderr, "%s%s", wipeLine, line.c_str());
+    std::fflush(stderr);
+}
+
+bool isContinuation(char c) { return static_cast<std::uint8_t>(c) >> 6 == 2; }
+
 // Bytes of the character at the start of the text when it may be shown; otherwise 0.
-std::size_t shownBytes(const std::string& text, std::size_t at) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : 0); };
-    const unsigned first = byte(at);
+std::size_t shownBytes(std::string_view text) {
+    const auto first = static_cast<std::uint8_t>(text.front());
     if (first < 0x80) return first >= 0x20 && first != 0x7F ? 1 : 0;
-    const std::size_t size = first >= 0xF0 && first < 0xF5 ? 4 : first >= 0xE0 ? 3 : first >= 0xC2 ? 2 : 0;
-    if (size == 0 || first >= 0xF5) return 0;
-    for (std::size_t i = 1; i < size; ++i) {
-        if (byte(at + i) >> 6 != 2) return 0;
-    }
-    const bool isControl = first == 0xC2 && byte(at + 1) < 0xA0;
-    return isControl ? 0 : size;
+    const auto size = static_cast<std::size_t>(std::countl_one(first));
+    if (size < 2 || first > 0xF4 || size > text.size()) return 0;
+    const std::string_view character = text.substr(0, size);
+    const bool isWhole = std::all_of(character.begin() + 1, character.end(), isContinuation);
+    // What comes before "\xC2\xA0" is a control character, or a letter in more bytes than it needs.
+    return isWhole && character >= "\xC2\xA0" ? size : 0;
 }
 
 }  // namespace
@@ -53,35 +65,55 @@ void sayAtOnce(const std::string& message) {
     if (write(STDERR_FILENO, line.data(), line.size()) < 0) return;  // nobody is left to be told
 }
 
-void showStatus(const std::string& line) {
+Progress::Progress(std::size_t songs, bool wanted) : _songs(songs), _isVisible(wanted && isatty(STDERR_FILENO) == 1) {}
+
+Progress::~Progress() {
     const std::lock_guard lock(turn);
-    if (line == status) return;
-    status = line;
-    std::fprintf(stderr, "%s%s", wipeLine, line.c_str());
-    std::fflush(stderr);
+    showStatus("");
+}
+
+void Progress::show(const std::string& song, double before, double now) {
+    const std::lock_guard lock(turn);
+    _done += now - before;
+    _finished += before < 1 && now >= 1 ? 1 : 0;
+    if (_isVisible && _finished < _songs) showStatus(line(song));
+}
+
+std::string Progress::line(const std::string& song) const {
+    constexpr std::size_t widestBar = 30;
+    winsize terminal{};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &terminal) != 0 || terminal.ws_col == 0) terminal.ws_col = 80;
+    const std::size_t columns = terminal.ws_col - 1U;  // the last one would begin another line
+    const double share = std::clamp(_done / static_cast<double>(_songs), 0.0, 1.0);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
+    const std::size_t width = columns / 3 < 8 ? 0 : std::min(columns / 3, widestBar);
+    std::string bar(width, '.');
+    std::fill_n(bar.begin(), static_cast<std::size_t>(share * static_cast<double>(width)), '#');
+    char percent[16];
+    std::snprintf(percent, sizeof percent, "%s%3.0f %%", width > 0 ? " " : "", share * 100);
+    std::string line = bar + percent;
+    if (share > 0) line += "  " + clockTime(seconds * (1 - share) / share) + " left";
+    if (_songs > 1) line += "  " + std::to_string(_finished) + " of " + std::to_string(_songs);
+    return cut(line + "  " + printable(song), columns);
 }
 
 std::string printable(const std::string& text) {
     std::string shown;
-    for (std::size_t at = 0; at < text.size();) {
-        if (const std::size_t bytes = shownBytes(text, at)) {
-            shown += text.substr(at, bytes);
-            at += bytes;
-            continue;
-        }
+    for (std::string_view left = text; !left.empty();) {
+        const std::size_t bytes = shownBytes(left);
         char code[8];
-        std::snprintf(code, sizeof code, "\\x%02X", static_cast<unsigned char>(text[at++]));
-        shown += code;
+        std::snprintf(code, sizeof code, "\\x%02X", static_cast<std::uint8_t>(left.front()));
+        shown += bytes > 0 ? left.substr(0, bytes) : code;
+        left.remove_prefix(std::max<std::size_t>(1, bytes));
     }
     return shown;
 }
 
 std::string cut(const std::string& text, std::size_t characters) {
-    const auto isStart = [](char c) { return (static_cast<unsigned char>(c) >> 6) != 2; };
     std::size_t count = 0;
     std::size_t keep = 0;  // bytes of all but the last character allowed
     for (std::size_t at = 0; at < text.size(); ++at) {
-        if (isStart(text[at]) && ++count == characters) keep = at;
+        if (!isContinuation(text[at]) && ++count == characters) keep = at;
     }
     if (count <= characters) return text;
     return characters == 0 ? "" : text.substr(0, keep) + "…";

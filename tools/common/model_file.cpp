@@ -1,10 +1,12 @@
 #include "common/model_file.h"
 
+#include <sys/mman.h>
+
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <new>
 #include <sstream>
 #include <system_error>
 
@@ -45,34 +47,36 @@ std::vector<fs::path> modelFolders() {
 fs::path modelNamed(const std::string& name) {
     const bool isPath = name.find('/') != std::string::npos;
     std::error_code none;
-    for (const fs::path& folder : isPath ? std::vector<fs::path>{} : modelFolders()) {
+    for (const fs::path& folder : modelFolders()) {
         fs::path file = folder / (name + ".onnx");
-        if (fs::exists(file, none)) return file;
+        if (!isPath && fs::exists(file, none)) return file;
     }
     if (fs::exists(name, none)) return name;
+    std::string reason = "there is no such file and no model of that name; tavrin-model list shows those that are here";
     for (const OtherModel& other : otherModels) {
-        if (name == other.name)
-            throw Failure(ExitCode::modelUnusable, "model " + name + ": is not here; get it with: " + other.howToGet);
+        if (name == other.name) reason = std::string("is not here; get it with: ") + other.howToGet;
     }
-    throw Failure(ExitCode::modelUnusable,
-                  "model " + name +
-                      ": there is no such file and no model of that name; tavrin-model list shows those that are here");
+    throw Failure(ExitCode::modelUnusable, "model " + name + ": " + reason);
 }
 
-std::string readBytes(const fs::path& file, ExitCode unreadable) {
-    std::error_code error;
-    if (fs::is_directory(file, error)) throw Failure(unreadable, file.string() + ": is a folder; name a file in it");
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream)
+Bytes readBytes(const fs::path& file, ExitCode unreadable) {
+    std::error_code error;  // for what is no regular file
+    const auto size = static_cast<std::size_t>(fs::file_size(file, error));
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rbe"), std::fclose);
+    if (stream && !error) {
+        void* const mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fileno(stream.get()), 0);
+        if (mapped != MAP_FAILED)
+            return {{mapped, [size](void* bytes) { munmap(bytes, size); }}, {static_cast<const char*>(mapped), size}};
+        if (errno == ENOMEM) throw std::bad_alloc();
+    }
+    const auto copy = std::make_shared<std::string>();
+    char block[4096];
+    while (const std::size_t count = stream ? std::fread(block, 1, sizeof block, stream.get()) : 0)
+        copy->append(block, count);
+    if (!stream || std::ferror(stream.get()))
         throw Failure(unreadable,
                       file.string() + ": cannot be read (" + std::strerror(errno) + "); check its name and rights");
-    const auto size = fs::file_size(file, error);
-    if (error) return {std::istreambuf_iterator<char>(stream), {}};  // a pipe, say
-    std::string bytes(size, '\0');
-    stream.read(bytes.data(), static_cast<std::streamsize>(size));
-    if (stream.bad()) throw Failure(unreadable, file.string() + ": reading failed; check the disk");
-    bytes.resize(static_cast<std::size_t>(stream.gcount()));
-    return bytes;
+    return {copy, *copy};
 }
 
 std::string readKey(const fs::path& file) {
@@ -100,7 +104,7 @@ void scrambleFile(const fs::path& input, const fs::path& output, const fs::path&
         throw Failure(ExitCode::wrongUsage, output.string() + ": is no regular file; name another one with -o");
     HiddenFile target(output);
     target.write(bytes);
-    target.publish();
+    HiddenFile::publish({&target});
 }
 
 }  // namespace tavrin::tool

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/failure.h"
@@ -28,8 +30,16 @@ struct OtherModel {
 inline constexpr OtherModel otherModels[] = {
     {"vocals", "a trained network: the voice, and the band without it", "scripts/setup.sh vocals"}};
 
-/// All bytes of a file. @throws Failure with the code, also for a folder.
-std::string readBytes(const std::filesystem::path& file, ExitCode unreadable = ExitCode::inputUnreadable);
+struct Bytes {
+    std::shared_ptr<const void> owner;
+    std::string_view text;
+
+    operator std::string() const { return std::string(text); }
+};
+
+/// All bytes of a file; those of a regular one are mapped, not copied. @throws Failure with the code, also for a
+/// folder.
+Bytes readBytes(const std::filesystem::path& file, ExitCode unreadable = ExitCode::inputUnreadable);
 
 /// Reads a key: the bytes of the file, without a line end behind the last of them.
 /// @throws as readBytes(), also when nothing is left.

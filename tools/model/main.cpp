@@ -10,15 +10,13 @@
 #include <exception>
 #include <filesystem>
 #include <map>
-#include <new>
 #include <random>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "common/command.h"
 #include "common/failure.h"
-#include "common/help.h"
-#include "common/interrupts.h"
 #include "common/messages.h"
 #include "common/model_file.h"
 #include "inference/model_contract.h"
@@ -155,12 +153,10 @@ void list() {
     }
 }
 
-ExitCode run(int argc, const char* const* argv) {
-    setSpeaker("tavrin-model");
+int run(int argc, const char* const* argv) {
     CLI::App app(
         "Says whether Tavrin can run a model and what to change if not; lists models; scrambles them with a key.",
         "tavrin-model");
-    formatHelp(app);
     app.footer(footer);
     app.set_version_flag("--version", "tavrin-model " TAVRIN_VERSION, "Print the version and exit");
     app.require_subcommand(1);
@@ -182,32 +178,14 @@ ExitCode run(int argc, const char* const* argv) {
             ->type_name("FILE");
         command->callback([&] { scrambleFile(file, output, keyFile); });
     }
-    try {
-        endOnSignals();
-        app.parse(argc, argv);
+    return runCommand("tavrin-model", file, [&] {
+        parseArguments(app, argc, argv);
         return ExitCode::done;
-    } catch (const CLI::Success& helpOrVersion) {
-        return static_cast<ExitCode>(app.exit(helpOrVersion));
-    } catch (const CLI::ParseError& error) {
-        say(std::string(error.what()) + "; tavrin-model --help shows the usage");
-        return ExitCode::wrongUsage;
-    } catch (const Failure& failure) {
-        say(failure.what());
-        return failure.code();
-    } catch (const std::bad_alloc& error) {
-        say(std::string(error.what()) + "; free some memory");
-        return ExitCode::outOfResources;
-    } catch (const std::system_error& error) {
-        say(std::string(error.what()) + "; free some memory");
-        return ExitCode::outOfResources;
-    } catch (const std::exception& error) {  // of the runtime, or about what it was given
-        say(file + ": is not a usable model (" + error.what() + "); a scrambled one needs its --key-file");
-        return ExitCode::modelUnusable;
-    }
+    });
 }
 
 }  // namespace
 
 }  // namespace tavrin::tool
 
-int main(int argc, char** argv) { return static_cast<int>(tavrin::tool::run(argc, argv)); }
+int main(int argc, char** argv) { return tavrin::tool::run(argc, argv); }

@@ -2,14 +2,14 @@
 
 #include <algorithm>
 #include <cctype>
+#include <future>
 #include <set>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include "common/failure.h"
+#include "common/messages.h"
 #include "common/model_file.h"
-#include "separate/digest.h"
 
 namespace tavrin::tool {
 
@@ -34,48 +34,48 @@ bool isWanted(const std::string& stem, const Names& wanted) {
            std::any_of(wanted.begin(), wanted.end(), [&](const std::string& name) { return bare(name) == bare(stem); });
 }
 
-std::string listed(const Names& names, const char* between) {
-    std::string list;
-    for (const std::string& name : names) list += (list.empty() ? "" : between) + name;
-    return list;
-}
-
-class Loader {
-public:
-    explicit Loader(const ModelChoice& choice) : _choice(choice) {}
+struct Loader {
+    const ModelChoice& choice;
+    const std::string key = choice.keyFile.empty() ? "" : readKey(choice.keyFile);
+    Names known{};
+    Names files{};  // without endings
+    LoadedModels loaded{};
 
     LoadedModels load() {
-        _loaded.record = nlohmann::ordered_json::array();
-        addStage(_choice.models);
-        for (const std::string& name : _choice.then) addStage({name});
-        for (const std::string& name : _choice.stems) {
-            const auto isIt = [&](const std::string& stem) { return isWanted(stem, {name}); };
-            if (std::none_of(_known.begin(), _known.end(), isIt))
-                throw Failure(ExitCode::wrongUsage, "--stems: \"" + name + "\" is no stem of " + _loaded.label +
-                                                        ", which knows " + listed(_known, ", "));
+        loaded.record = Json::array();
+        addStage(choice.models);
+        for (const std::string& name : choice.then) addStage({name});
+        for (const std::string& name : choice.stems) {
+            if (std::none_of(known.begin(), known.end(), [&](const auto& stem) { return isWanted(stem, {name}); }))
+                throw Failure(ExitCode::wrongUsage, "--stems: \"" + name + "\" is no stem of " + loaded.label +
+                                                        ", which knows " + joined(known, ", "));
         }
-        std::erase_if(_loaded.stages, [](const Stage& stage) { return stage.stems.empty(); });
-        Names& stems = _loaded.names.stems;
-        const bool isAll = stems.size() == _known.size();
-        _loaded.names.group = isAll && stems.size() > 1 ? listed(_files, "+") : listed(stems, "+");
-        return std::move(_loaded);
+        std::erase_if(loaded.stages, [](const Stage& stage) { return stage.stems.empty(); });
+        Names& stems = loaded.names.stems;
+        const bool isAll = stems.size() == known.size();
+        loaded.names.group = isAll && stems.size() > 1 ? joined(files, "+") : joined(stems, "+");
+        try {
+            Separation(loaded.stages, 44100);  // any rate will do
+        } catch (const std::invalid_argument& reason) {
+            throw Failure(ExitCode::wrongUsage, std::string("--latency, --context: ") + reason.what());
+        }
+        return std::move(loaded);
     }
 
-private:
     void addStage(const Names& models) {
-        Stage stage{{}, {}, _choice.latency, _choice.context};
+        Stage stage{{}, {}, choice.latency, choice.context};
         for (const std::string& name : models) stage.models.push_back(loadModel(modelNamed(name)));
-        Names others = _known;
+        Names others = known;
         std::string shared;
         for (const std::string& stem : stemsOf(stage.models)) {
             const std::string name = stageName(stage, stem);
             const bool isNew = std::erase(others, name) == 0;
             if (isNew) others.push_back(name);
-            _known.push_back(name);
-            if (!isWanted(name, _choice.stems)) continue;
+            known.push_back(name);
+            if (!isWanted(name, choice.stems)) continue;
             if (!isNew) shared = name;
             stage.stems.push_back(stem);
-            _loaded.names.stems.push_back(name);
+            loaded.names.stems.push_back(name);
         }
         if (!shared.empty())
             throw Failure(
@@ -83,8 +83,8 @@ private:
                 "--then " + models.front() + ": takes out \"" + shared +
                     "\", and so does a model before it; type --model " + models.front() +
                     " in its place to average both" +
-                    (others.empty() ? "" : ", or add --stems " + listed(others, ",") + " for the other stems"));
-        _loaded.stages.push_back(std::move(stage));
+                    (others.empty() ? "" : ", or add --stems " + joined(others, ",") + " for the other stems"));
+        loaded.stages.push_back(std::move(stage));
     }
 
     // The model's own name for its only stem often says nothing; its file's then says more.
@@ -92,56 +92,38 @@ private:
         static const std::set<std::string> sayNothing = {"output", "separated", "stem", "out", "y", "rest"};
         const bool isOnly = stage.models.size() == 1 && stage.models.front().info().stems.size() == 1;
         if (!isOnly || !sayNothing.contains(bare(stem))) return asFileName(stem);
-        return _files.back() == "rest" ? "stem" : _files.back();
+        return files.back() == "rest" ? "stem" : files.back();
     }
 
     Model loadModel(const fs::path& file) {
-        const std::string bytes = readBytes(file, ExitCode::modelUnusable);
-        Digest digest;
-        digest.add(bytes.data(), bytes.size());
-        _files.push_back(asFileName(file.stem().string()));
-        _loaded.record.push_back({{"name", _files.back()}, {"digest", digest.text()}});
-        _loaded.label += (_loaded.label.empty() ? "" : ", ") + file.string();
+        files.push_back(asFileName(file.stem().string()));
+        loaded.label += (loaded.label.empty() ? "" : ", ") + file.string();
         try {
-            const ModelData data{reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), &_choice.key};
+            const Bytes bytes = readBytes(file, ExitCode::modelUnusable);
+            // On a thread of its own, if one can be had: the runtime takes longer.
+            auto digest = std::async([text = bytes.text] { return Digest().add(text.data(), text.size()).text(); });
             ModelOptions options;
-            if (!_choice.provider.empty()) options.providers = {_choice.provider};
-            options.threads = _choice.threads;
-            Model model(data, options);
-            _loaded.provider = model.info().provider;
+            if (!choice.provider.empty()) options.providers = {choice.provider};
+            options.threads = choice.threads;
+            const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.text.data());
+            Model model({data, bytes.text.size(), &key}, options);
+            loaded.record.push_back({{"name", files.back()}, {"digest", digest.get()}});
+            loaded.provider = model.info().provider;
             for (const std::string& reason : model.info().notUsed) {
-                if (!_choice.provider.empty())
-                    _loaded.warnings.push_back(file.string() + ": " + _loaded.provider + " runs it, not " + reason);
+                if (!choice.provider.empty())
+                    say("warning: " + file.string() + ": " + loaded.provider + " runs it, not " + reason);
             }
             return model;
-        } catch (const std::system_error&) {
-            throw;
-        } catch (const std::logic_error& reason) {
+        } catch (const std::invalid_argument& reason) {
             throw Failure(ExitCode::wrongUsage, std::string("--device, --threads: ") + reason.what());
-        } catch (const std::runtime_error& reason) {
-            throw Failure(ExitCode::modelUnusable,
-                          file.string() + ": is not a usable model (" + reason.what() +
-                              "); tavrin-model inspect says more (a scrambled one needs its --key-file)");
+        } catch (...) {
+            throw currentFailure(file.string());
         }
     }
-
-    const ModelChoice& _choice;
-    Names _known;
-    Names _files;  // without endings
-    LoadedModels _loaded;
 };
 
 }  // namespace
 
-LoadedModels loadModels(const ModelChoice& choice) {
-    LoadedModels loaded = Loader(choice).load();
-    constexpr int usualRate = 44100;
-    try {
-        Separation(loaded.stages, usualRate);
-    } catch (const std::invalid_argument& reason) {
-        throw Failure(ExitCode::wrongUsage, std::string("--latency, --context: ") + reason.what());
-    }
-    return loaded;
-}
+LoadedModels loadModels(const ModelChoice& choice) { return Loader{choice}.load(); }
 
 }  // namespace tavrin::tool

@@ -3,14 +3,12 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cstdlib>
 #include <map>
 #include <sstream>
 
+#include "common/command.h"
 #include "common/failure.h"
-#include "common/help.h"
-#include "common/model_file.h"
-#include "separate/names.h"
+#include "separate/songs.h"
 
 namespace tavrin::tool {
 
@@ -37,42 +35,39 @@ constexpr const char* footer =
 
 Failure wrongUsage(const std::string& message) { return {ExitCode::wrongUsage, message}; }
 
-std::string formatNames() {
-    std::string names;
-    for (const AudioFormat& format : audioFormats()) names += (names.empty() ? "" : ", ") + std::string(format.name);
+std::vector<std::string> formatNames() {
+    std::vector<std::string> names;
+    for (const AudioFormat& format : audioFormats()) names.emplace_back(format.name);
     return names;
 }
 
 // What --format says, or the ending in --name, or what came in through the other pipe.
-const AudioFormat* chooseFormat(const std::string& wanted, const Options& options) {
-    const std::string ending = endingOf(options.output.name);
-    const AudioFormat* byName = findAudioFormat(wanted);
-    if (!byName && !wanted.empty()) throw wrongUsage("--format: \"" + wanted + "\" is none of " + formatNames());
+const AudioFormat* chooseFormat(const AudioFormat* byName, const Options& options) {
+    const std::string ending = std::filesystem::path(options.output.name).extension().string().erase(0, 1);
     const AudioFormat* byEnding = findAudioFormatByExtension(ending);
-    if (byName && byEnding && byName->extension != std::string(byEnding->extension)) {
-        throw wrongUsage("--format " + wanted + ": contradicts the ending ." + ending + " in --name");
-    }
+    if (byName && byEnding && byName->extension != std::string(byEnding->extension))
+        throw wrongUsage(std::string("--format ") + byName->name + ": contradicts the ending ." + ending +
+                         " in --name");
     if (byName) return byName;
-    if (byEnding && !options.output.toStandardOutput) return byEnding;
-    const bool isRawPipe = options.output.toStandardOutput && options.input.raw;
+    if (byEnding && !options.output.toStandardOutput()) return byEnding;
+    const bool isRawPipe = options.output.toStandardOutput() && options.input.raw;
     return findAudioFormat(!isRawPipe ? "wav" : options.input.raw->format == "s16le" ? "raw-int16" : "raw-float32");
 }
 
 void checkQuality(const OutputOptions& output) {
-    if (!output.quality) return;
     const AudioFormat::Quality& range = output.format->quality;
-    if (!range.unit) throw wrongUsage(std::string("--quality: ") + output.format->name + " has no choice of quality");
-    if (*output.quality >= range.least && *output.quality <= range.most) return;
+    if (!output.quality || (range.unit && *output.quality >= range.least && *output.quality <= range.most)) return;
     std::ostringstream text;
-    text << "--quality: " << *output.quality << " is not between " << range.least << " and " << range.most << " ("
-         << range.unit << ", of " << output.format->name << ")";
+    text << "--quality: " << output.format->name;
+    if (range.unit) text << " takes " << range.least << " to " << range.most << " (" << range.unit << ")";
+    if (!range.unit) text << " has no choice of quality";
     throw wrongUsage(text.str());
 }
 
 void requireOneStream(const Options& options) {
     const OutputOptions& output = options.output;
     if (options.songs.size() > 1) throw wrongUsage("-o -: standard output takes one song; give a folder with -o");
-    if (output.wantRest && output.wantStems)
+    if (output.only.empty())
         throw wrongUsage("-o -: standard output takes one part; choose it with --only rest or --only stem");
     if (output.clip == ClipPolicy::scaleAll)
         throw wrongUsage("--clip scale-all: needs the whole song before it writes; choose clamp for standard output");
@@ -107,15 +102,12 @@ Options parseOptions(int argc, const char* const* argv) {
     AudioInput& input = options.input;
     ModelChoice& model = options.model;
     OutputOptions& output = options.output;
-    std::string folder, only, format, clip, keyFile;
+    std::string format;
     RawAudio raw;
-    bool noRecord = false;
     const std::map<std::string, ClipPolicy> policies = {
         {"clamp", ClipPolicy::clamp}, {"none", ClipPolicy::none}, {"scale-all", ClipPolicy::scaleAll}};
-    const std::map<std::string, std::string> rawFormats = {{"float32", "f32le"}, {"int16", "s16le"}};
 
     CLI::App app(description, "tavrin-separate");
-    formatHelp(app);
     app.footer(footer);
     const auto option = [&](const char* name, auto& value, const char* type, const std::string& text) {
         return app.add_option(name, value, text)->type_name(type);
@@ -128,38 +120,41 @@ Options parseOptions(int argc, const char* const* argv) {
                    "Sound or video files of any kind, mono or stereo; folders of them; or - for standard input");
 
     app.option_defaults()->group("Results");
-    option("-o,--output", folder, "FOLDER",
+    option("-o,--output", output.folder, "FOLDER",
            "Results go below FOLDER (default: the current one), or with - to standard output");
     option("--name", output.name, "TEMPLATE",
            "Names of the results in FOLDER (default: {song}/{stem}.{ext}); known are {song}, {stem}, {part}, {ext} and "
            "{folder}");
-    option("--only", only, "PART", "Write the stems alone (stem), or the rest alone (rest)")
+    option("--only", output.only, "PART", "Write the stems alone (stem), or the rest alone (rest)")
         ->check(CLI::IsMember({"stem", "rest"}));
     option("--format", format, "FORMAT",
-           "One of " + formatNames() + " (default: wav, which is float, or what --name ends in)");
+           "One of " + joined(formatNames(), ", ") + " (default: wav, which is float, or what --name ends in)")
+        ->check(CLI::IsMember(formatNames()));
     option("--quality", output.quality, "N",
            "Of mp3 from 9 to 0, the best; of m4a and opus in kbit/s; of ogg up to 10; of flac up to 12, the smallest");
-    option("--clip", clip, "POLICY",
-           "What is louder than full scale: clamp it, leave it (none), or turn all parts of the song down (scale-all); "
-           "default: none for float samples, otherwise clamp")
-        ->check(CLI::IsMember(policies));
+    CLI::Option* clip =
+        option("--clip", output.clip, "POLICY",
+               "What is louder than full scale: clamp it, leave it (none), or turn all parts of the song down "
+               "(scale-all); default: none for float samples, otherwise clamp")
+            ->transform(CLI::Transformer(policies))
+            ->transform(CLI::IsMember(policies));
     app.add_flag("--spectrogram", output.spectrogram, "Draw the song and its parts, too (PNG)");
     app.add_flag("--linear", output.linear, "Draw frequencies in even steps, not octaves");
     app.add_flag("--overwrite", options.overwrite, "Separate songs again that would be skipped");
-    app.add_flag("--no-record", noRecord, "Write no record (.tavrin.json); such results are never skipped");
+    app.add_flag("--no-record", output.noRecord, "Write no record (.tavrin.json); such results are never skipped");
 
     app.option_defaults()->group("Songs");
     timeOption("--start", input.start, "Leave out this much of each song, seconds or minutes:seconds");
     timeOption("--duration", input.duration, "Separate only this much of each song");
     option("--jobs", options.jobs, "N", "Songs to separate side by side (default: 1)")->check(CLI::Range(1, 64));
-    CLI::Option* rate = option("--rate", raw.rate, "HZ", "Songs are raw samples, so many per second");
-    rate->check(CLI::Range(1000, 768000));
+    CLI::Option* rate =
+        option("--rate", raw.rate, "HZ", "Songs are raw samples, so many per second")->check(CLI::Range(1000, 768000));
     option("--channels", raw.channels, "N", "Of raw samples, 1 or 2 (default: 2)")
         ->check(CLI::IsMember({1, 2}))
         ->needs(rate);
     option("--raw", raw.format, "KIND",
            "Kind of raw samples: float32 (default), int16, or FFmpeg's name, such as s24le")
-        ->transform(CLI::Transformer(rawFormats))
+        ->transform(CLI::Transformer({{"float32", "f32le"}, {"int16", "s16le"}}))
         ->needs(rate);
 
     app.option_defaults()->group("Model");
@@ -173,7 +168,7 @@ Options parseOptions(int argc, const char* const* argv) {
         ->allow_extra_args(false)
         ->delimiter(',');
     app.add_flag("--list-stems", options.listStems, "Print the names of the model's stems and exit");
-    option("--key-file", keyFile, "FILE", "File with the key of a scrambled model");
+    option("--key-file", model.keyFile, "FILE", "File with the key of a scrambled model");
     option("--device,--provider", model.provider, "NAME",
            "What runs the model: cpu, cuda, coreml, …, or an execution provider's full name; when it cannot, the CPU "
            "does, with a warning");
@@ -192,32 +187,18 @@ Options parseOptions(int argc, const char* const* argv) {
     app.add_flag("--verbose", options.verbose, "Say what the libraries say, too")->excludes(quiet);
     app.set_help_flag("-h,--help", "Print this help and exit");
     app.set_version_flag("--version", "tavrin-separate " TAVRIN_VERSION, "Print the version and exit");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& helpOrVersion) {
-        std::exit(app.exit(helpOrVersion));
-    } catch (const CLI::ParseError& error) {
-        throw wrongUsage(std::string(error.what()) + "; tavrin-separate --help shows the usage");
-    }
+    parseArguments(app, argc, argv);
 
     if (options.songs.empty() && !options.listProviders && !options.listStems)
         throw wrongUsage("SONG is required; tavrin-separate --help shows the usage");
     if (input.duration == 0) throw wrongUsage("--duration: 0 leaves nothing to separate; give some seconds");
     if (!isRawFormat(raw.format)) throw wrongUsage("--raw: \"" + raw.format + "\" is none of float32, int16, s24le, …");
     if (*rate) input.raw = raw;
-    if (model.models.empty()) model.models = {"centre"};
-    if (!keyFile.empty()) model.key = readKey(keyFile);
-    output.toStandardOutput = folder == pipeSign;
-    if (!output.toStandardOutput) output.folder = folder;
-    output.wantStems = only != "rest";
-    output.wantRest = only != "stem";
-    output.record = !noRecord && !output.toStandardOutput;
-    requireUsableTemplate(output);
-    output.format = chooseFormat(format, options);
+    output.format = chooseFormat(findAudioFormat(format), options);
+    targetsOf(output, {{""}, ""}, {});  // throws for a template that cannot be used
     checkQuality(output);
-    const bool isFloat = output.format->hasHeadroom() && !output.format->isLossy;
-    output.clip = !clip.empty() ? policies.at(clip) : isFloat ? ClipPolicy::none : ClipPolicy::clamp;
-    if (output.toStandardOutput) requireOneStream(options);
+    if (!*clip && (!output.format->hasHeadroom() || output.format->isLossy)) output.clip = ClipPolicy::clamp;
+    if (output.toStandardOutput()) requireOneStream(options);
     return options;
 }
 

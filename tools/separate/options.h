@@ -23,29 +23,29 @@ enum class ClipPolicy {
 
 /// What is separated, with what, and how.
 struct ModelChoice {
-    std::vector<std::string> models;  ///< names or files; side by side on the song
-    std::vector<std::string> then;    ///< one after another on what is left
-    std::string key;                  ///< descrambles the models; empty: they are plain
-    std::vector<std::string> stems;   ///< empty: all that the models know
-    std::string provider;             ///< execution provider to try first; empty: the runtime's order
-    std::size_t threads = 0;          ///< of a model call; 0: the runtime's choice
-    double latency = 0;               ///< seconds; 0: the cheapest
-    std::size_t context = 0;          ///< frames; 0: the model's own
+    std::vector<std::string> models = {"centre"};  ///< names or files; side by side on the song
+    std::vector<std::string> then;                 ///< one after another on what is left
+    std::string keyFile;                           ///< of a key that descrambles the models; empty: they are plain
+    std::vector<std::string> stems;                ///< empty: all that the models know
+    std::string provider;                          ///< execution provider to try first; empty: the runtime's order
+    std::size_t threads = 0;                       ///< of a model call; 0: the runtime's choice
+    double latency = 0;                            ///< seconds; 0: the cheapest
+    std::size_t context = 0;                       ///< frames; 0: the model's own
 };
 
 /// What becomes of the parts.
 struct OutputOptions {
-    std::filesystem::path folder;  ///< empty: the current one
-    bool toStandardOutput = false;
+    std::string folder;                        ///< empty: the current one; pipeSign: standard output
     std::string name = "{song}/{stem}.{ext}";  ///< of a result in that folder
-    bool wantStems = true;
-    bool wantRest = true;
+    std::string only;                          ///< "stem" or "rest"; empty: both
     const AudioFormat* format = nullptr;
     std::optional<double> quality;
     ClipPolicy clip = ClipPolicy::none;
     bool spectrogram = false;
     bool linear = false;  ///< frequencies of the spectrogram
-    bool record = true;
+    bool noRecord = false;
+
+    bool toStandardOutput() const { return folder == pipeSign; }
 };
 
 struct Options {

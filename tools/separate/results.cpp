@@ -3,10 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <bit>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <utility>
 
 #include "common/failure.h"
@@ -21,73 +20,78 @@ std::string decibels(float peak) {
     return text;
 }
 
+// The largest magnitude. Their bits compare as they do, and of whole numbers the compiler takes several at a time.
+float peakOf(const std::vector<float>& samples) {
+    std::int32_t peak = 0;
+    for (const float sample : samples) peak = std::max(peak, std::bit_cast<std::int32_t>(sample) & 0x7FFFFFFF);
+    return std::bit_cast<float>(peak);
+}
+
 }  // namespace
 
 Results::Results(const OutputOptions& options, const Song& source, const Targets& targets, const AudioReader& song,
                  double start)
-    : _options(options) {
-    for (const Target& target : targets.parts) openPart(target, source, song);
+    : _options(options), _rate(song.rate()), _channels(song.channels()) {
+    for (const Target& target : targets.parts) {
+        Part& part = _parts.emplace_back();
+        part.target = target;
+        if (!_options.toStandardOutput()) part.file = std::make_unique<HiddenFile>(target.file);
+        if (_options.clip == ClipPolicy::scaleAll) {
+            part.waiting = makeScratchFile(target.file.parent_path());
+            if (!part.waiting) throw writeFailure(target.file);
+        }
+        // Opposite noise: stem and rest add up to the song.
+        const int dither = target.name == "rest" ? -1 : 1 + static_cast<int>(target.part);
+        AudioOutput output{
+            .place = {.descriptor = part.file ? part.file->descriptor() : STDOUT_FILENO, .name = target.label()},
+            .format = _options.format,
+            .quality = _options.quality,
+            .rate = _rate,
+            .channels = _channels,
+            .tags = song.tags(),
+            .picture = song.picture(),
+            .dither = dither};
+        std::string& title = output.tags["title"];
+        title = (title.empty() ? source.name() : title) + " (" + target.name + ")";
+        part.writer = std::make_unique<AudioWriter>(output);
+    }
     if (targets.picture.empty()) return;
     _pictureFile = std::make_unique<HiddenFile>(targets.picture);
     std::vector<std::string> names = {source.name()};
     for (const Target& target : targets.parts) names.push_back(target.name);
-    _picture.emplace(std::move(names), song.rate(), start, options.linear);
+    _picture.emplace(std::move(names), _rate, start, options.linear);
 }
 
-void Results::openPart(const Target& target, const Song& source, const AudioReader& song) {
-    Part& part = _parts.emplace_back();
-    part.place = target.part;
-    part.channels = song.channels();
-    part.report = {target.name, target.file};
-    if (!_options.toStandardOutput) part.file = std::make_unique<HiddenFile>(target.file);
-    if (_options.clip == ClipPolicy::scaleAll) {
-        part.waiting = makeScratchFile(target.file.parent_path());
-        if (!part.waiting) throw writeFailure(target.file, std::strerror(errno));
-    }
-    AudioOutput output;
-    output.place.descriptor = part.file ? part.file->descriptor() : STDOUT_FILENO;
-    output.place.name = part.report.label();
-    output.format = _options.format;
-    output.quality = _options.quality;
-    output.rate = song.rate();
-    output.channels = song.channels();
-    output.tags = song.tags();
-    std::string& title = output.tags["title"];
-    title = (title.empty() ? source.name() : title) + " (" + target.name + ")";
-    output.picture = song.picture();
-    // Opposite noise: stem and rest add up to the song.
-    output.dither = target.name == "rest" ? -1 : 1 + static_cast<int>(target.part);
-    part.writer = std::make_unique<AudioWriter>(output);
-}
-
-void Results::write(const Parts& parts) {
+void Results::write(Parts parts) {
     if (parts.front().empty()) return;
-    for (Part& part : _parts) write(part, parts[part.place]);
-    if (!_picture) return;
-    // All parts together are the song.
-    std::vector<float> song = parts.front();
-    for (auto part = parts.begin() + 1; part != parts.end(); ++part)
-        std::transform(song.begin(), song.end(), part->begin(), song.begin(), std::plus());
-    _picture->add(0, song);
-    for (std::size_t i = 0; i < _parts.size(); ++i) _picture->add(i + 1, parts[_parts[i].place]);
+    if (_picture) {
+        // All parts together are the song.
+        std::vector<float> song = parts.front();
+        for (auto part = parts.begin() + 1; part != parts.end(); ++part)
+            std::transform(song.begin(), song.end(), part->begin(), song.begin(), std::plus());
+        _picture->add(0, song);
+        for (std::size_t i = 0; i < _parts.size(); ++i) _picture->add(i + 1, parts[_parts[i].target.part]);
+    }
+    for (Part& part : _parts) write(part, parts[part.target.part]);
 }
 
-void Results::write(Part& part, std::vector<float> samples) {
-    for (const float sample : samples) part.report.peak = std::max(part.report.peak, std::abs(sample));
-    if (_options.clip == ClipPolicy::clamp && part.report.peak > 1)
+void Results::write(Part& part, std::vector<float>& samples) {
+    const float peak = peakOf(samples);
+    part.peak = std::max(part.peak, peak);
+    if (_options.clip == ClipPolicy::clamp && peak > 1)
         for (std::size_t i = 0; i < samples.size(); ++i) {
             if (std::abs(samples[i]) <= 1) continue;
             samples[i] = std::copysign(1.0F, samples[i]);
-            if (part.channels == 2 || i % 2 == 0) ++part.report.clipped;
+            if (_channels == 2 || i % 2 == 0) ++part.clipped;
         }
     if (part.waiting) {
         if (std::fwrite(samples.data(), sizeof(float), samples.size(), part.waiting.get()) != samples.size())
-            throw writeFailure(part.report.file, std::strerror(errno));
+            throw writeFailure(part.target.file);
         return;
     }
-    if (_options.clip == ClipPolicy::none && part.report.peak > 1 && !_options.format->hasHeadroom()) {
-        throw Failure(ExitCode::writeFailed, part.report.label() + ": is " + decibels(part.report.peak) +
-                                                 " too loud for " + _options.format->name +
+    if (_options.clip == ClipPolicy::none && peak > 1 && !_options.format->hasHeadroom()) {
+        throw Failure(ExitCode::writeFailed, part.target.label() + ": is " + decibels(peak) + " too loud for " +
+                                                 _options.format->name +
                                                  "; choose --clip clamp, --clip scale-all or --format wav");
     }
     part.writer->write(samples);
@@ -96,24 +100,24 @@ void Results::write(Part& part, std::vector<float> samples) {
 float Results::applyGain() {
     if (_options.clip != ClipPolicy::scaleAll) return 1;
     float peak = 1;
-    for (const Part& part : _parts) peak = std::max(peak, part.report.peak);
+    for (const Part& part : _parts) peak = std::max(peak, part.peak);
     std::vector<float> samples;
     for (Part& part : _parts) {
-        if (std::fseek(part.waiting.get(), 0, SEEK_SET) != 0)
-            throw writeFailure(part.report.file, std::strerror(errno));
+        if (std::fseek(part.waiting.get(), 0, SEEK_SET) != 0) throw writeFailure(part.target.file);
         do {
             samples.resize(1 << 16);
             samples.resize(std::fread(samples.data(), sizeof(float), samples.size(), part.waiting.get()));
             for (float& sample : samples) sample /= peak;
             part.writer->write(samples);
         } while (!samples.empty());
-        if (std::ferror(part.waiting.get())) throw writeFailure(part.report.file, std::strerror(errno));
+        if (std::ferror(part.waiting.get())) throw writeFailure(part.target.file);
     }
     return 1 / peak;
 }
 
-void Results::publish(SongReport& report) {
-    report.gain = applyGain();
+void Results::publish(Json& record) {
+    const auto rounded = [](double value) { return std::round(value * 1e6) / 1e6; };
+    record["gain"] = rounded(applyGain());
     std::vector<HiddenFile*> files;
     for (Part& part : _parts) {
         part.writer->finish();
@@ -122,23 +126,23 @@ void Results::publish(SongReport& report) {
     if (_picture) {
         _picture->writeTo(*_pictureFile);
         files.push_back(_pictureFile.get());
-        report.picture = _pictureFile->target();
     }
     HiddenFile::publish(files);
-    const int rate = _options.format->rateFor(report.rate);
-    for (const Part& each : _parts) {
-        const PartReport& part = report.parts.emplace_back(each.report);
-        if (part.clipped > 0) {
-            report.warnings.push_back(part.label() + ": " + std::to_string(part.clipped) + " samples, the loudest " +
-                                      decibels(part.peak) +
-                                      " above full scale, were clipped; --clip scale-all keeps them");
-        }
-        if (rate != report.rate) {
-            report.warnings.push_back(part.label() + ": has " + std::to_string(rate) + " Hz, because " +
-                                      _options.format->name + " cannot have the song's " + std::to_string(report.rate) +
-                                      " Hz");
-        }
+    const int rate = _options.format->rateFor(_rate);
+    for (const Part& part : _parts) {
+        const std::string label = part.target.label();
+        record["outputs"].push_back(
+            {{"part", part.target.name}, {"peak", rounded(part.peak)}, {"clipped", part.clipped}});
+        if (part.clipped > 0)
+            record["warnings"].push_back(label + ": " + std::to_string(part.clipped) + " samples, the loudest " +
+                                         decibels(part.peak) +
+                                         " above full scale, were clipped; --clip scale-all keeps them");
+        if (rate != _rate)
+            record["warnings"].push_back(label + ": has " + std::to_string(rate) + " Hz, because " +
+                                         _options.format->name + " cannot have the song's " + std::to_string(_rate) +
+                                         " Hz");
     }
+    if (_picture) record["outputs"].push_back({{"part", "spectrogram"}});
 }
 
 }  // namespace tavrin::tool

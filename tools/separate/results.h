@@ -2,7 +2,7 @@
 /// The files that a song leaves behind: all of them, or none.
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -11,9 +11,9 @@
 #include "audio/audio_writer.h"
 #include "audio/byte_stream.h"
 #include "common/hidden_file.h"
-#include "separate/names.h"
+#include "separate/models.h"
 #include "separate/options.h"
-#include "separate/record.h"
+#include "separate/songs.h"
 #include "spectrogram/spectrogram.h"
 #include "stems/separation.h"
 
@@ -29,26 +29,28 @@ public:
 
     /// @param parts as Separation returns them; those that the user does not want are dropped.
     /// @throws also for samples that the format cannot hold and that are to stay as they are.
-    void write(const Parts& parts);
+    void write(Parts parts);
 
-    /// Gives the files their names. The report receives what there is to say of them.
-    void publish(SongReport& report);
+    /// Gives the files their names. The record receives "gain", "outputs" in the order of Targets::files(), without
+    /// what is to be said of any file, and "warnings".
+    void publish(Json& record);
 
 private:
     struct Part {
-        std::size_t place = 0;             // among the parts that Separation returns
-        int channels = 0;                  // of the file
-        PartReport report;                 // so far
+        Target target;
+        float peak = 0;                    // largest magnitude as separated; 1 is full scale
+        std::int64_t clipped = 0;          // samples that were set to full scale
         std::unique_ptr<HiddenFile> file;  // none: standard output
         std::unique_ptr<AudioWriter> writer;
         FileHandle waiting{nullptr, std::fclose};  // samples for the gain of all parts
     };
 
-    void openPart(const Target& target, const Song& source, const AudioReader& song);
-    void write(Part& part, std::vector<float> samples);
+    void write(Part& part, std::vector<float>& samples);
     float applyGain();
 
     const OutputOptions& _options;
+    const int _rate;      // of the song
+    const int _channels;  // of the song and of the files
     std::vector<Part> _parts;
     std::unique_ptr<HiddenFile> _pictureFile;
     std::optional<SpectrogramPicture> _picture;
