@@ -51,11 +51,7 @@ TEST(Options, chooseTheFormatByNameEndingOrPipe) {
 
 TEST(Names, followTheTemplateAndStayInTheFolder) {
     const auto files = [](const char* name, const PartNames& parts, const char* song, const char* below = ".") {
-        OutputOptions output;
-        output.folder = "o";
-        output.name = name;
-        output.format = findAudioFormat("wav");
-        output.spectrogram = true;
+        const OutputOptions output{.folder = "o", .name = name, .format = findAudioFormat("wav"), .spectrogram = true};
         return joined(targetsOf(output, parts, {song, below}).files());
     };
     const PartNames one{{"centre"}, "centre"}, two{{"vocals", "drums"}, "vocals+drums"};
@@ -72,11 +68,11 @@ TEST(Names, followTheTemplateAndStayInTheFolder) {
     EXPECT_EQ(asFileName("..") + asFileName(""), "___");
 }
 
-TEST(Messages, reachTheTerminalWithoutControlsAndAreCutBetweenCharacters) {
+TEST(Messages, reachTheTerminalWithoutControls) {
     EXPECT_EQ(printable("Zoë – 歌\t\x1b[31m\x7f\xff\xc2\x9b\xe6\xad"),
               "Zoë – 歌\\x09\\x1B[31m\\x7F\\xFF\\xC2\\x9B\\xE6\\xAD");
-    EXPECT_EQ(cut("Zoë – 歌", 7) + cut("Zoë – 歌", 4) + cut("Zoë", 0), "Zoë – 歌Zoë…");
-    EXPECT_EQ(clockTime(3661.04) + " " + clockTime(59.96), "1:01:01.0 1:00.0");
+    EXPECT_EQ(clockTime(3661.04), "1:01:01.0");
+    EXPECT_EQ(clockTime(59.96), "1:00.0");
 }
 
 TEST_F(Command, searchesFoldersOnceAndTellsEqualNamesApart) {

@@ -53,12 +53,7 @@ struct WrongLength {
 ///
 /// Every format is exact to the sample: what the encoder's header, an edit list or a last page says about padding is
 /// obeyed, and `start` counts decoded samples. Playlists and other files that name files are not followed.
-///
 /// Threads: one reader, one thread at a time; several readers on several threads. Nothing is printed.
-///
-///     AudioReader song({.place = {.path = "song.mp3"}});
-///     for (auto block = song.read(); !block.empty(); block = song.read()) use(block);
-///     if (song.isDamaged()) warn(song.damage(), song.wrongLength());
 class AudioReader {
 public:
     /// Opens the song and leaves out what is before `start`.

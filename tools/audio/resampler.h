@@ -13,13 +13,7 @@ namespace tavrin::tool {
 
 /// Converts a stream of samples from one rate to another, without shifting it in time: sample k of the one and sample
 /// k · to / from of the other are the same moment. Stereo floats that keep their rate pass untouched.
-///
-/// The filter withholds some samples until finish(), so keep what belongs beside them in a queue. For there and back:
-///
-///     Resampler there(song.rate(), model.rate()), back(model.rate(), song.rate());
-///     ...
-///     use(there.finish());          // the natural length: round(samples · to / from)
-///     use(back.finish(songLength))  // exactly as many samples as the song has, all calls together
+/// The filter withholds some samples until finish(), so keep what belongs beside them in a queue.
 class Resampler {
 public:
     /// Of interleaved stereo floats. @param from, to samples per second. @throws as the other constructor.
@@ -39,7 +33,7 @@ public:
 
     /// Ends the stream.
     /// @param length samples per channel that all calls together are to have returned: missing ones are silent, too
-    /// many are left out; negative for the natural length.
+    /// many are left out; negative for the natural length, round(samples · to / from).
     std::vector<float> finish(std::int64_t length = -1);
 
 private:

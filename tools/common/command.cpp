@@ -40,8 +40,6 @@ std::string wrapped(const std::string& text, std::size_t indent) {
 
 class NarrowHelp final : public CLI::Formatter {
 public:
-    NarrowHelp() { column_width(textColumn); }
-
     std::string make_description(const CLI::App* app) const override {
         return wrapped(app->get_description(), 0) + "\n";
     }

@@ -16,10 +16,7 @@ namespace tavrin::tool {
 /// Runs a command and says what went wrong. SIGINT, SIGTERM and SIGHUP end the process at once, wherever its threads
 /// are: unfinished files and folders made for them are removed, the last words are said, and the exit code is 128 + the
 /// signal's number. (Under nohup, SIGHUP stays ignored.) A broken pipe and a file size limit become ordinary failed
-/// writes.
-///
-/// To be called before any thread is started: a thread of its own waits for the signals, and the others must not get
-/// them.
+/// writes. To be called before any thread is started: one of its own waits for the signals.
 /// @param subject what currentFailure() names; looked at when `work` has failed. @return the exit code.
 int runCommand(const char* name, const std::string& subject, const std::function<ExitCode()>& work);
 

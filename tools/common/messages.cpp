@@ -1,7 +1,6 @@
 #include "common/messages.h"
 
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,7 +15,10 @@ namespace tavrin::tool {
 
 namespace {
 
+// What a terminal does: it forgets a line, it cuts lines at its edge, it goes on below.
 constexpr const char* wipeLine = "\r\033[K";
+constexpr const char* withoutWrap = "\033[?7l";
+constexpr const char* withWrap = "\033[?7h";
 
 std::timed_mutex turn;
 std::string speaker;
@@ -34,8 +36,6 @@ void showStatus(const std::string& line) {
     std::fflush(stderr);
 }
 
-bool isContinuation(char c) { return static_cast<std::uint8_t>(c) >> 6 == 2; }
-
 // Bytes of the character at the start of the text when it may be shown; otherwise 0.
 std::size_t shownBytes(std::string_view text) {
     const auto first = static_cast<std::uint8_t>(text.front());
@@ -43,6 +43,7 @@ std::size_t shownBytes(std::string_view text) {
     const auto size = static_cast<std::size_t>(std::countl_one(first));
     if (size < 2 || first > 0xF4 || size > text.size()) return 0;
     const std::string_view character = text.substr(0, size);
+    const auto isContinuation = [](char c) { return static_cast<std::uint8_t>(c) >> 6 == 2; };
     const bool isWhole = std::all_of(character.begin() + 1, character.end(), isContinuation);
     // What comes before "\xC2\xA0" is a control character, or a letter in more bytes than it needs.
     return isWhole && character >= "\xC2\xA0" ? size : 0;
@@ -80,21 +81,17 @@ void Progress::show(const std::string& song, double before, double now) {
 }
 
 std::string Progress::line(const std::string& song) const {
-    constexpr std::size_t widestBar = 30;
-    winsize terminal{};
-    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &terminal) != 0 || terminal.ws_col == 0) terminal.ws_col = 80;
-    const std::size_t columns = terminal.ws_col - 1U;  // the last one would begin another line
+    constexpr std::size_t width = 10;
     const double share = std::clamp(_done / static_cast<double>(_songs), 0.0, 1.0);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
-    const std::size_t width = columns / 3 < 8 ? 0 : std::min(columns / 3, widestBar);
     std::string bar(width, '.');
-    std::fill_n(bar.begin(), static_cast<std::size_t>(share * static_cast<double>(width)), '#');
+    std::fill_n(bar.begin(), static_cast<std::size_t>(share * width), '#');
     char percent[16];
-    std::snprintf(percent, sizeof percent, "%s%3.0f %%", width > 0 ? " " : "", share * 100);
+    std::snprintf(percent, sizeof percent, " %3.0f %%", share * 100);
     std::string line = bar + percent;
     if (share > 0) line += "  " + clockTime(seconds * (1 - share) / share) + " left";
     if (_songs > 1) line += "  " + std::to_string(_finished) + " of " + std::to_string(_songs);
-    return cut(line + "  " + printable(song), columns);
+    return withoutWrap + line + "  " + printable(song) + withWrap;
 }
 
 std::string printable(const std::string& text) {
@@ -107,16 +104,6 @@ std::string printable(const std::string& text) {
         left.remove_prefix(std::max<std::size_t>(1, bytes));
     }
     return shown;
-}
-
-std::string cut(const std::string& text, std::size_t characters) {
-    std::size_t count = 0;
-    std::size_t keep = 0;  // bytes of all but the last character allowed
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (!isContinuation(text[at]) && ++count == characters) keep = at;
-    }
-    if (count <= characters) return text;
-    return characters == 0 ? "" : text.substr(0, keep) + "…";
 }
 
 std::string clockTime(double seconds) {

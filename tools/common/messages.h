@@ -42,9 +42,6 @@ private:
 /// As a terminal may have it: UTF-8 in which control characters and stray bytes are written out, as \x1B.
 std::string printable(const std::string& text);
 
-/// At most so many characters of UTF-8, the last one "…" when some had to go.
-std::string cut(const std::string& text, std::size_t characters);
-
 /// "3:07.5" or "1:03:07.5".
 std::string clockTime(double seconds);
 

@@ -1,12 +1,10 @@
 #include "common/model_file.h"
 
-#include <sys/mman.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
+#include <memory>
 #include <sstream>
 #include <system_error>
 
@@ -53,30 +51,25 @@ fs::path modelNamed(const std::string& name) {
     }
     if (fs::exists(name, none)) return name;
     std::string reason = "there is no such file and no model of that name; tavrin-model list shows those that are here";
-    for (const OtherModel& other : otherModels) {
-        if (name == other.name) reason = std::string("is not here; get it with: ") + other.howToGet;
+    for (const auto& [other, what, howToGet] : otherModels) {
+        if (name == other) reason = std::string("is not here; get it with: ") + howToGet;
     }
     throw Failure(ExitCode::modelUnusable, "model " + name + ": " + reason);
 }
 
-Bytes readBytes(const fs::path& file, ExitCode unreadable) {
-    std::error_code error;  // for what is no regular file
-    const auto size = static_cast<std::size_t>(fs::file_size(file, error));
+std::string readBytes(const fs::path& file, ExitCode unreadable) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rbe"), std::fclose);
-    if (stream && !error) {
-        void* const mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fileno(stream.get()), 0);
-        if (mapped != MAP_FAILED)
-            return {{mapped, [size](void* bytes) { munmap(bytes, size); }}, {static_cast<const char*>(mapped), size}};
-        if (errno == ENOMEM) throw std::bad_alloc();
-    }
-    const auto copy = std::make_shared<std::string>();
+    std::error_code none;  // for what is no regular file
+    const auto size = fs::file_size(file, none);
+    std::string bytes(none ? 0 : size, '\0');
+    bytes.resize(stream ? std::fread(bytes.data(), 1, bytes.size(), stream.get()) : 0);
     char block[4096];
     while (const std::size_t count = stream ? std::fread(block, 1, sizeof block, stream.get()) : 0)
-        copy->append(block, count);
+        bytes.append(block, count);
     if (!stream || std::ferror(stream.get()))
         throw Failure(unreadable,
                       file.string() + ": cannot be read (" + std::strerror(errno) + "); check its name and rights");
-    return {copy, *copy};
+    return bytes;
 }
 
 std::string readKey(const fs::path& file) {

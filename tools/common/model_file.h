@@ -2,10 +2,9 @@
 /// Where models lie, what they are called, and the keys of scrambled ones.
 #pragma once
 
+#include <array>
 #include <filesystem>
-#include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "common/failure.h"
@@ -21,25 +20,12 @@ std::vector<std::filesystem::path> modelFolders();
 ///         is known.
 std::filesystem::path modelNamed(const std::string& name);
 
-/// A model that does not come with the program, but can be had.
-struct OtherModel {
-    const char* name;
-    const char* what;
-    const char* howToGet;
-};
-inline constexpr OtherModel otherModels[] = {
+/// Models that do not come with the program, but can be had: name, what it is, how to get it.
+inline constexpr std::array<const char*, 3> otherModels[] = {
     {"vocals", "a trained network: the voice, and the band without it", "scripts/setup.sh vocals"}};
 
-struct Bytes {
-    std::shared_ptr<const void> owner;
-    std::string_view text;
-
-    operator std::string() const { return std::string(text); }
-};
-
-/// All bytes of a file; those of a regular one are mapped, not copied. @throws Failure with the code, also for a
-/// folder.
-Bytes readBytes(const std::filesystem::path& file, ExitCode unreadable = ExitCode::inputUnreadable);
+/// All bytes of a file. @throws Failure with the code, also for a folder.
+std::string readBytes(const std::filesystem::path& file, ExitCode unreadable = ExitCode::inputUnreadable);
 
 /// Reads a key: the bytes of the file, without a line end behind the last of them.
 /// @throws as readBytes(), also when nothing is left.
@@ -48,9 +34,8 @@ std::string readKey(const std::filesystem::path& file);
 /// The bytes, scrambled as ModelData describes, or unscrambled, which is the same.
 std::string withKey(std::string bytes, const std::string& key);
 
-/// Writes `input`, with the key applied, to `output`.
-/// @throws Failure: ExitCode::wrongUsage when the output is the input or the key, inputUnreadable, writeFailed. An old
-/// output is then as it was.
+/// Writes `input`, with the key applied, to `output`. @throws Failure: ExitCode::wrongUsage when the output is the
+/// input or the key, inputUnreadable, writeFailed. An old output is then as it was.
 void scrambleFile(const std::filesystem::path& input, const std::filesystem::path& output,
                   const std::filesystem::path& keyFile);
 

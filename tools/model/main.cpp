@@ -85,13 +85,6 @@ void print(const char* role, const std::vector<ModelTensor>& tensors) {
         std::printf("%-7s %s: %s\n", role, printable(tensor.name).c_str(), printable(describe(tensor)).c_str());
 }
 
-void print(const ModelFacts& facts) {
-    std::printf("%zu frames of %zu samples (%s) every %zu, %zu bins, %zu of context, %u Hz; stems:", facts.frames,
-                facts.frameLength, facts.window.c_str(), facts.hop, facts.bins, facts.context, facts.sampleRate);
-    for (const std::string& stem : facts.stems) std::printf(" %s", printable(stem).c_str());
-    std::printf("\n");
-}
-
 void inspect(const std::string& name, const std::string& keyFile) {
     const fs::path file = modelNamed(name);
     std::string bytes = readBytes(file);
@@ -115,7 +108,10 @@ void inspect(const std::string& name, const std::string& keyFile) {
     if (!problems.empty())
         throw Failure(ExitCode::modelUnusable,
                       file.string() + ": does not meet the contract; the list above says what to change");
-    print(facts);
+    std::printf("%zu frames of %zu samples (%s) every %zu, %zu bins, %zu of context, %u Hz; stems:", facts.frames,
+                facts.frameLength, facts.window.c_str(), facts.hop, facts.bins, facts.context, facts.sampleRate);
+    for (const std::string& stem : facts.stems) std::printf(" %s", printable(stem).c_str());
+    std::printf("\n");
     std::fflush(stdout);  // in case that a run takes long
     const double seconds = timeOneBlock(session, *model.signature);
     const double served = static_cast<double>((facts.frames - 2 * facts.context) * facts.hop) / facts.sampleRate;

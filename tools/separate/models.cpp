@@ -99,14 +99,13 @@ struct Loader {
         files.push_back(asFileName(file.stem().string()));
         loaded.label += (loaded.label.empty() ? "" : ", ") + file.string();
         try {
-            const Bytes bytes = readBytes(file, ExitCode::modelUnusable);
+            const std::string bytes = readBytes(file, ExitCode::modelUnusable);
             // On a thread of its own, if one can be had: the runtime takes longer.
-            auto digest = std::async([text = bytes.text] { return Digest().add(text.data(), text.size()).text(); });
+            auto digest = std::async([&bytes] { return Digest().add(bytes.data(), bytes.size()).text(); });
             ModelOptions options;
             if (!choice.provider.empty()) options.providers = {choice.provider};
             options.threads = choice.threads;
-            const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.text.data());
-            Model model({data, bytes.text.size(), &key}, options);
+            Model model({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), &key}, options);
             loaded.record.push_back({{"name", files.back()}, {"digest", digest.get()}});
             loaded.provider = model.info().provider;
             for (const std::string& reason : model.info().notUsed) {

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <map>
 #include <sstream>
 
 #include "common/command.h"
@@ -69,7 +68,7 @@ void requireOneStream(const Options& options) {
     if (options.songs.size() > 1) throw wrongUsage("-o -: standard output takes one song; give a folder with -o");
     if (output.only.empty())
         throw wrongUsage("-o -: standard output takes one part; choose it with --only rest or --only stem");
-    if (output.clip == ClipPolicy::scaleAll)
+    if (output.clip == "scale-all")
         throw wrongUsage("--clip scale-all: needs the whole song before it writes; choose clamp for standard output");
     if (options.json || output.spectrogram)
         throw wrongUsage("-o -: standard output takes sound only; leave out --json and --spectrogram");
@@ -104,8 +103,6 @@ Options parseOptions(int argc, const char* const* argv) {
     OutputOptions& output = options.output;
     std::string format;
     RawAudio raw;
-    const std::map<std::string, ClipPolicy> policies = {
-        {"clamp", ClipPolicy::clamp}, {"none", ClipPolicy::none}, {"scale-all", ClipPolicy::scaleAll}};
 
     CLI::App app(description, "tavrin-separate");
     app.footer(footer);
@@ -132,12 +129,10 @@ Options parseOptions(int argc, const char* const* argv) {
         ->check(CLI::IsMember(formatNames()));
     option("--quality", output.quality, "N",
            "Of mp3 from 9 to 0, the best; of m4a and opus in kbit/s; of ogg up to 10; of flac up to 12, the smallest");
-    CLI::Option* clip =
-        option("--clip", output.clip, "POLICY",
-               "What is louder than full scale: clamp it, leave it (none), or turn all parts of the song down "
-               "(scale-all); default: none for float samples, otherwise clamp")
-            ->transform(CLI::Transformer(policies))
-            ->transform(CLI::IsMember(policies));
+    option("--clip", output.clip, "POLICY",
+           "What is louder than full scale: clamp it, leave it (none), or turn all parts of the song down (scale-all); "
+           "default: none for float samples, otherwise clamp")
+        ->check(CLI::IsMember({"clamp", "none", "scale-all"}));
     app.add_flag("--spectrogram", output.spectrogram, "Draw the song and its parts, too (PNG)");
     app.add_flag("--linear", output.linear, "Draw frequencies in even steps, not octaves");
     app.add_flag("--overwrite", options.overwrite, "Separate songs again that would be skipped");
@@ -197,7 +192,8 @@ Options parseOptions(int argc, const char* const* argv) {
     output.format = chooseFormat(findAudioFormat(format), options);
     targetsOf(output, {{""}, ""}, {});  // throws for a template that cannot be used
     checkQuality(output);
-    if (!*clip && (!output.format->hasHeadroom() || output.format->isLossy)) output.clip = ClipPolicy::clamp;
+    const bool isFloat = output.format->hasHeadroom() && !output.format->isLossy;
+    if (output.clip.empty()) output.clip = isFloat ? "none" : "clamp";
     if (output.toStandardOutput()) requireOneStream(options);
     return options;
 }

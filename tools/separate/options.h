@@ -15,12 +15,6 @@ namespace tavrin::tool {
 /// Stands for standard input among the songs, and for standard output as the folder.
 inline constexpr const char* pipeSign = "-";
 
-enum class ClipPolicy {
-    none,     ///< samples stay as they are; a format that cannot hold them is refused
-    clamp,    ///< samples beyond full scale are set to full scale
-    scaleAll  ///< all parts of a song are turned down by one factor, so that the loudest just fits
-};
-
 /// What is separated, with what, and how.
 struct ModelChoice {
     std::vector<std::string> models = {"centre"};  ///< names or files; side by side on the song
@@ -37,10 +31,12 @@ struct ModelChoice {
 struct OutputOptions {
     std::string folder;                        ///< empty: the current one; pipeSign: standard output
     std::string name = "{song}/{stem}.{ext}";  ///< of a result in that folder
-    std::string only;                          ///< "stem" or "rest"; empty: both
+    std::string only{};                        ///< "stem" or "rest"; empty: both
     const AudioFormat* format = nullptr;
-    std::optional<double> quality;
-    ClipPolicy clip = ClipPolicy::none;
+    std::optional<double> quality{};
+    /// What becomes of samples beyond full scale. "none": they stay, and a format that cannot hold them is refused;
+    /// "clamp": they are set to full scale; "scale-all": one factor turns all parts down until the loudest fits.
+    std::string clip{};
     bool spectrogram = false;
     bool linear = false;  ///< frequencies of the spectrogram
     bool noRecord = false;

@@ -36,7 +36,7 @@ Results::Results(const OutputOptions& options, const Song& source, const Targets
         Part& part = _parts.emplace_back();
         part.target = target;
         if (!_options.toStandardOutput()) part.file = std::make_unique<HiddenFile>(target.file);
-        if (_options.clip == ClipPolicy::scaleAll) {
+        if (_options.clip == "scale-all") {
             part.waiting = makeScratchFile(target.file.parent_path());
             if (!part.waiting) throw writeFailure(target.file);
         }
@@ -78,7 +78,7 @@ void Results::write(Parts parts) {
 void Results::write(Part& part, std::vector<float>& samples) {
     const float peak = peakOf(samples);
     part.peak = std::max(part.peak, peak);
-    if (_options.clip == ClipPolicy::clamp && peak > 1)
+    if (_options.clip == "clamp" && peak > 1)
         for (std::size_t i = 0; i < samples.size(); ++i) {
             if (std::abs(samples[i]) <= 1) continue;
             samples[i] = std::copysign(1.0F, samples[i]);
@@ -89,7 +89,7 @@ void Results::write(Part& part, std::vector<float>& samples) {
             throw writeFailure(part.target.file);
         return;
     }
-    if (_options.clip == ClipPolicy::none && peak > 1 && !_options.format->hasHeadroom()) {
+    if (_options.clip == "none" && peak > 1 && !_options.format->hasHeadroom()) {
         throw Failure(ExitCode::writeFailed, part.target.label() + ": is " + decibels(peak) + " too loud for " +
                                                  _options.format->name +
                                                  "; choose --clip clamp, --clip scale-all or --format wav");
@@ -98,7 +98,7 @@ void Results::write(Part& part, std::vector<float>& samples) {
 }
 
 float Results::applyGain() {
-    if (_options.clip != ClipPolicy::scaleAll) return 1;
+    if (_options.clip != "scale-all") return 1;
     float peak = 1;
     for (const Part& part : _parts) peak = std::max(peak, part.peak);
     std::vector<float> samples;

@@ -137,13 +137,6 @@ void drawScale(cairo_t* canvas) {
     print(canvas, "dB", left + width + tick + 3, titleMiddle, rightOf);
 }
 
-void drawPlot(cairo_t* canvas, const Spectrogram& spectrogram, std::size_t samples) {
-    std::vector<Spectrogram::Column> columns;
-    for (std::size_t x = 0; x < plotWidth; ++x)
-        columns.push_back(spectrogram.loudest(x * samples / plotWidth, (x + 1) * samples / plotWidth));
-    paint(canvas, 0, columns);
-}
-
 }  // namespace
 
 // The logarithmic axis begins below a bass guitar's lowest note, or has its two octaves where the rate is that low.
@@ -171,7 +164,10 @@ void SpectrogramPicture::writeTo(HiddenFile& file) {
     drawScale(canvas);
     for (auto& [name, spectrogram] : _streams) {
         spectrogram.finish();
-        drawPlot(canvas, spectrogram, _samples);
+        std::vector<Spectrogram::Column> columns;
+        for (std::size_t x = 0; x < plotWidth; ++x)
+            columns.push_back(spectrogram.loudest(x * _samples / plotWidth, (x + 1) * _samples / plotWidth));
+        paint(canvas, 0, columns);
         drawFrequencies(canvas, _scale);
         print(canvas, name, 0, titleMiddle, rightOf);
         cairo_translate(canvas, 0, plotHeight + titleHeight);

@@ -125,11 +125,7 @@ Separation::Separation(const std::vector<Stage>& stages, int songRate) {
 
 Separation::~Separation() = default;
 
-Parts Separation::process(const std::vector<float>& song) { return run(song, false); }
-
-Parts Separation::finish() { return run({}, true); }
-
-Parts Separation::run(std::vector<float> song, bool isEnd) {
+Parts Separation::process(std::vector<float> song, bool isEnd) {
     std::size_t known = 0;  // stems of the stages so far
     for (const std::unique_ptr<Step>& step : _steps) {
         Parts parts = step->run(std::move(song), isEnd);
@@ -140,7 +136,6 @@ Parts Separation::run(std::vector<float> song, bool isEnd) {
     }
     Parts parts;
     for (std::vector<float>& waiting : _waiting) parts.push_back(takeFront(waiting, song.size()));
-    _done += static_cast<std::int64_t>(song.size() / 2);
     parts.push_back(std::move(song));
     return parts;
 }

@@ -35,23 +35,15 @@ public:
     Separation(const std::vector<Stage>& stages, int songRate);
     ~Separation();
 
-    /// Takes any number of samples and returns the parts that have become final, possibly none: the stems of all
-    /// stages in their order, and last of all the rest. @throws std::runtime_error when a model run fails.
-    Parts process(const std::vector<float>& song);
-
-    /// Ends the song and returns the remaining parts.
-    Parts finish();
-
-    std::int64_t samplesDone() const { return _done; }  ///< per channel
+    /// Takes any number of samples and returns the parts that have become final, possibly none, at the song's end all:
+    /// the stems of all stages in their order, and last the rest. @throws std::runtime_error when a model run fails.
+    Parts process(std::vector<float> song, bool isEnd = false);
 
 private:
     class Step;
 
-    Parts run(std::vector<float> song, bool isEnd);
-
     std::vector<std::unique_ptr<Step>> _steps;
     Parts _waiting;  // stems with which later stages have not caught up
-    std::int64_t _done = 0;
 };
 
 }  // namespace tavrin::tool
