@@ -41,8 +41,8 @@ void removeEmptyFolders() {
 }
 
 bool isFileAt(const fs::path& path, int descriptor) {
-    struct stat named {
-    }, opened{};
+    struct stat named {};
+    struct stat opened {};
     return stat(path.c_str(), &named) == 0 && fstat(descriptor, &opened) == 0 && named.st_dev == opened.st_dev &&
            named.st_ino == opened.st_ino;
 }
