@@ -302,6 +302,8 @@ TEST_F(Command, saysWhatWentWrongAndLeavesNothingBehind) {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // which need much address space
     expect(7, "ulimit -v 2000000; " + tool + "song.wav -o out --model ./huge.onnx", "free some memory");
     expect(7, "ulimit -v 2000000; " TAVRIN_MODEL " inspect ./huge.onnx", "free some memory");
+    // Stacks of which few fit: threads beside the first cannot be had.
+    expect(0, "ulimit -s 4000000 -v 6000000; " + tool + "song.wav -o out --threads 1 --jobs 2");
 #endif
 }
 

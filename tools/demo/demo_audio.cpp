@@ -1,8 +1,7 @@
-// tavrin-demo-audio: what the demo needs beside the separation itself. Mixes tracks, and scores stems against them:
+// tavrin-demo-audio: what scripts/demo.sh needs beside the separation. It trusts that script's words.
 //     tavrin-demo-audio mix OUTPUT.wav {GAIN_DB TRACK}...
 //     tavrin-demo-audio join OUTPUT.wav START_SECONDS RECORDING...
 //     tavrin-demo-audio score MIX COLUMN... {: ROW TRACK STEM_OF_EACH_COLUMN...}...
-// scripts/demo.sh alone calls it, so it trusts its words.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>

@@ -191,12 +191,14 @@ struct SongRun {
         Results results(options.output, song, targets, reader, options.input.start);
         Digest digest;
         const auto length = static_cast<double>(reader.length().value_or(0));
-        double done = 0;            // samples per channel
+        double done = 0;  // samples per channel
+        Parts next;
         std::future<void> written;  // what is separated is written while more is, where a thread can be had for it
         const auto write = [&](Parts parts) {
-            done += static_cast<double>(parts.front().size()) / 2;
             if (written.valid()) written.get();
-            written = std::async([&results, parts = std::move(parts)]() mutable { results.write(std::move(parts)); });
+            done += static_cast<double>(parts.front().size()) / 2;
+            next = std::move(parts);
+            written = std::async([&] { results.write(std::move(next)); });
         };
         for (std::vector<float> block = reader.read(); !block.empty(); block = reader.read()) {
             digest.add(block.data(), block.size() * sizeof(float));
