@@ -53,27 +53,4 @@ TEST_F(ModelTool, isServedByTheScriptThatWrapsModels) {
     expect(1, wrapper + models + "swapped.onnx unswapped");
 }
 
-TEST_F(ModelTool, takesChordsAndClicksApart) {
-    constexpr int rate = 44100;
-    std::vector<float> clicks = noise(20 * rate, 1), chord(clicks.size()), mix(chord), stem(chord);
-    for (size_t i = 0; i < mix.size(); ++i) {
-        const double t = double(i / 2) / rate;
-        for (const double pitch : {220.0, 277.2, 329.6, 440.0, 880.0, 1319.0})
-            chord[i] += float(0.02 * std::sin(2 * M_PI * pitch * t + double(i % 2)) * std::min({1.0, t, 10 - t}));
-        clicks[i] *= float(0.5 * std::exp(-std::fmod(t + 0.25, 0.5) / 0.001));
-        mix[i] = chord[i] + clicks[i];
-    }
-    writeSound(output("mix.wav", "wav"), mix);
-    expect(0, TAVRIN_SEPARATE " mix.wav --model percussive");
-    stem = samplesOf("mix/percussive.wav");
-    ASSERT_EQ(stem.size(), mix.size());
-    double chordPower = 0, clickPower = 0, error = 0;
-    for (size_t i = 0; i < mix.size(); ++i) {
-        chordPower += std::pow(chord[i], 2), clickPower += std::pow(clicks[i], 2);
-        error += std::pow(stem[i] - clicks[i], 2);  // of the rest against the chord, too: stem + rest = mix
-    }
-    // By how many decibels what disturbs a part is weaker than in the mix, for the lesser of both.
-    EXPECT_GT(10 * std::log10(std::min(chordPower, clickPower) / error), 12);
-}
-
 }  // namespace
