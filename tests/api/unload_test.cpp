@@ -2,6 +2,7 @@
 // not when the process ends.
 //     unload_test LIBRARY MODEL
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -26,5 +27,6 @@ static bool loadAndUnload(const char* path, const std::vector<char>& model) {
 int main(int, char** argv) {
     std::ifstream file(argv[2], std::ios::binary);
     const std::vector<char> model(std::istreambuf_iterator<char>(file), {});
+    alarm(60);  // seconds
     return loadAndUnload(argv[1], model) ? 0 : 1;
 }
