@@ -52,7 +52,9 @@ test_in() {
     cp -a "$roots/$suite" "$root"
     mkdir "$root/try"
     cp "$packages"/*"~deb${release}_$(dpkg --print-architecture).deb" "$root/try"
-    cp -r tests/consumers "$root/try"
+    mkdir "$root/try/tests"
+    cp -r tests/consumers tests/examples "$root/try/tests"
+    cp -r examples "$root/try"
     tree=$(echo "$packages"/tavrin-*-linux-"$(uname -m)".tar.gz)
     # FFmpeg's libraries are not in the tree, so it belongs to the system that it was built on.
     [ "$release" != "$(. /etc/os-release && echo "$VERSION_ID")" ] || cp "$tree" "$root/try"
@@ -84,13 +86,11 @@ set -euxo pipefail
 cd /try
 apt-get install -y -qq --no-install-recommends ./libtavrin-dev_*.deb g++ cmake make pkg-config libc6-dev
 for host in host c; do
-    cmake -S "consumers/$host" -B "built/$host"
-    cmake --build "built/$host"
-    "built/$host/consumer"
+    cmake -DSOURCE="tests/consumers/$host" -DBINARY_DIR="built/$host" -DGENERATOR="Unix Makefiles" \
+        -P tests/consumers/consume.cmake
 done
-g++ -std=c++17 -DTAVRIN_MODEL="\"$(pkg-config --variable=models tavrin)/centre.onnx\"" consumers/host/consumer.cpp \
-    $(pkg-config --cflags --libs tavrin) -o consumer
-./consumer
+g++ -std=c++17 examples/minimal_host.cpp $(pkg-config --cflags --libs tavrin) -o consumer
+cmake -DHOST=./consumer -DMODEL="$(pkg-config --variable=models tavrin)/centre.onnx" -P tests/examples/minimal_host.cmake
 apt-get purge -y -qq tavrin 'libtavrin-*'
 find / -xdev -name '*tavrin*' -not -path '/try/*' -not -path '/proc/*' -not -path '/var/cache/man/*' >left.txt
 cat left.txt
@@ -135,9 +135,12 @@ rm -rf "$tree"
 mkdir -p "$tree/native"
 tar -C "$tree" --strip-components=1 -xf "$packages"/tavrin-*-linux-aarch64.tar.gz
 tar -C "$tree/native" --strip-components=1 -xf "$packages"/tavrin-*-linux-"$(uname -m)".tar.gz
-aarch64-linux-gnu-gcc -I "$tree/include" -DTAVRIN_MODEL="\"$PWD/models/centre.onnx\"" tests/consumers/c/consumer.c \
-    -o "$tree/consumer" -L "$tree/lib" -ltavrin_proc -Wl,-rpath-link,"$tree/lib"
-qemu-aarch64 -E LD_LIBRARY_PATH="$tree/lib" "$tree/consumer" || fail "it ends with $?"
+aarch64-linux-gnu-gcc -I "$tree/include" examples/separate.c -o "$tree/consumer" -L "$tree/lib" -ltavrin_proc \
+    -Wl,-rpath-link,"$tree/lib"
+printf '#!/bin/sh\nexec qemu-aarch64 -E LD_LIBRARY_PATH="%s/lib" "%s/consumer" "$@"\n' "$tree" "$tree" >"$tree/host"
+chmod +x "$tree/host"
+(cd "$tree" && cmake -DHOST="$tree/host" -DMODEL="$tree/share/tavrin/models/centre.onnx" \
+    -P "$OLDPWD/tests/examples/minimal_host.cmake") || fail "it ends with $?"
 qemu-aarch64 "$tree/bin/tavrin-model" inspect "$tree/share/tavrin/models/percussive.onnx" || fail "it ends with $?"
 make_song "$tree/song.wav" 132300
 qemu-aarch64 "$tree/bin/tavrin-separate" --output "$tree/foreign" "$tree/song.wav" || fail "it ends with $?"

@@ -16,18 +16,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
     constexpr size_t frame = 32;
     FuzzedDataProvider fuzz(data, size);
     const auto upTo = [&fuzz](size_t most) { return fuzz.ConsumeIntegralInRange<size_t>(0, most); };
-    tavrin::StreamPlan plan{};
-    plan.hop = 1 + upTo(frame / 2 - 1);
-    plan.frames = 3 + upTo(13);
-    plan.bins = 1 + upTo(frame / 2 - 1);
-    plan.context = 1 + upTo((plan.frames - 1) / 2 - 1);
-    plan.step = 1 + upTo(plan.frames - 2 * plan.context - 1);
-    plan.window = getWindow(WindowType::Blackman, int(frame));
-    plan.modelOutputs = 1 + upTo(2);
+    const size_t hop = 1 + upTo(frame / 2 - 1), frames = 3 + upTo(13), bins = 1 + upTo(frame / 2 - 1);
+    const size_t context = 1 + upTo((frames - 1) / 2 - 1), step = 1 + upTo(frames - 2 * context - 1);
+    const auto window = getWindow(WindowType::Blackman, int(frame));
+    tavrin::StreamPlan plan{hop, frames, bins, context, step, window, 1 + upTo(2), {}, false, 1000};
     for (size_t s = 0; s < plan.modelOutputs; ++s)
         if (fuzz.ConsumeBool()) plan.stems.push_back({std::string(1, char('a' + s)), s});
     plan.rest = fuzz.ConsumeBool();
-    plan.sampleRate = 1000;
     FakeSpectralModel model(passOn(plan.modelOutputs, 4 * plan.frames * plan.bins));
     tavrin::StreamEngine engine(model, plan);
 

@@ -63,27 +63,21 @@ write_gains("six_stems", CONTRACT, {f"{stem}_output": 0.5 ** (i + 1) for i, stem
 # Says which flags are set, as a sum of 1, 2, 4 … in every value of each output. Names count, so all stands in the reverse
 # order.
 write("flags", [
-    *[helper.make_node("Cast", [f"{stem}_flag"], [f"{stem}_set"], to=TensorProto.FLOAT) for stem in STEMS],
-    helper.make_node("Concat", [f"{stem}_set" for stem in STEMS], ["set"], axis=0),
-    helper.make_node("Mul", ["set", "bits"], ["values"]),
-    helper.make_node("ReduceSum", ["values"], ["sum"], keepdims=1),
+    *[helper.make_node("Where", [f"{stem}_flag", f"{stem}_bit", "zero"], [f"{stem}_set"]) for stem in STEMS],
     helper.make_node("Mul", ["unified_input", "zero"], ["silence"]),
-    *[helper.make_node("Add", ["silence", "sum"], [f"{stem}_output"]) for stem in STEMS],
+    *[helper.make_node("Sum", ["silence", *[f"{other}_set" for other in STEMS]], [f"{stem}_output"]) for stem in STEMS],
 ], [1, 4, 3, 8], inputs=["unified_input"], flags=[f"{stem}_flag" for stem in STEMS],
     outputs=[f"{stem}_output" for stem in STEMS], turned=True,
-    constants=[("bits", numpy.array([2 ** i for i in range(6)], numpy.float32)), ("zero", numpy.zeros(1, numpy.float32))])
+    constants=[("zero", numpy.zeros(1, numpy.float32)),
+               *[(f"{stem}_bit", numpy.full(1, 2 ** i, numpy.float32)) for i, stem in enumerate(STEMS)]])
 
-# Two stems without flags, and all that a model can say of itself.
-write_gains("described", [1, 4, 6, 480], {"first_output": 0.25, "second": 0.5}, metadata={
-    "tavrin.frame_length": "960", "tavrin.hop": "240", "tavrin.window": "hann", "tavrin.sample_rate": "48000",
-    "tavrin.context": "2", "tavrin.stems": "voice, band", "tavrin.title": "Halves", "tavrin.licence": "MIT",
-    "tavrin.source": "made here"})
-
-# As many stems as a model of this kind may have, and nothing of it usual: each is a power of two quieter than the one before.
+# As many stems as a model of this kind may have, each a power of two quieter than the one before, and all that a model can
+# say of itself, nothing of it usual.
 EIGHT = ["voice", "choir", "drums", "bass", "piano", "guitar", "strings", "wind"]
-write_gains("eight_stems", [1, 4, 40, 700], {stem: 0.5 ** (i + 1) for i, stem in enumerate(EIGHT)}, metadata={
+write_gains("eight_stems", [1, 4, 40, 700], {f"{stem}_of_eight": 0.5 ** (i + 1) for i, stem in enumerate(EIGHT)}, metadata={
     "tavrin.frame_length": "2048", "tavrin.hop": "512", "tavrin.window": "hann", "tavrin.sample_rate": "48000",
-    "tavrin.context": "3"})
+    "tavrin.context": "3", "tavrin.stems": ", ".join(EIGHT), "tavrin.title": "Eight", "tavrin.licence": "MIT",
+    "tavrin.source": "made here"})
 
 # Its output is a sequence, which has no dimensions to ask for.
 write("no_tensor", [helper.make_node("SequenceConstruct", ["spectrum"], ["separated"])], CONTRACT,

@@ -58,19 +58,6 @@ TEST(PreProcessor, returnsWhatTheRangeRulesGiveWhenEveryFrameIsNew) {
     EXPECT_EQ(marks(makePreProcessor(markFrames, false).process(ramp(kFrame + kHop, 0), false)), (Marks{0, 1, -1}));
 }
 
-TEST(PreProcessor, givesTheModelRealAndImaginaryPartsInPlanes) {
-    Marks seen;
-    auto signal = ramp(kFrame, 0);
-    for (size_t i = 0; i < kFrame; ++i) signal(1, i) = float(i % 4 == 1) - float(i % 4 == 3);  // a sine in bin 16
-    const auto noting = [&](const float* in, auto&, const Shape& shape) {
-        for (size_t plane = 1; plane <= 4; ++plane)  // of the newest frame, the last one
-            seen.push_back(std::round(in[(plane * shape.frames - 1) * shape.bins + 16]));
-        return false;
-    };
-    makePreProcessor(noting).process(signal, true);
-    EXPECT_EQ(seen, (Marks{-32, 32, 0, -32}));
-}
-
 TEST(PreProcessor, givesSilenceNotTheLastOutputWhenTheBackEndSwallowsAFailedRun) {
     int run = 0;
     PreProcessor pre = makePreProcessor([&run](auto&&... arguments) {

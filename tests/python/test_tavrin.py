@@ -57,20 +57,17 @@ def test_every_view_of_the_samples_gives_the_same_bits_in_its_own_shape(view):
 def test_streams_give_the_same_bits_however_they_are_cut(axis):
     model = tavrin.Model(tavrin.models()["centre"].read_bytes(), threads=1)
     with tavrin.Separator(model, stems=["centre"]) as separator:
-        for seed in 1, 2:
-            cuts = numpy.sort(numpy.random.default_rng(seed).integers(502, len(NOISE), 40))
-            parts = []
-            for block in numpy.split(NOISE.T if axis else NOISE, [500, 502, *cuts], axis=axis):  # one of them [2, 2]
-                expected = separator.output_for(block.shape[axis])
-                parts.append(separator.process(block))
-                assert parts[-1]["rest"].shape[axis] == expected and separator.pending <= separator.latency_samples
-            parts.append(separator.finish())
-            for name, part in WHOLE.items():
-                joined = numpy.concatenate([part[name] for part in parts], axis=axis)
-                assert numpy.array_equal(joined, part.T if axis else part)
-            with pytest.raises(RuntimeError):
-                separator.process(block)
-            separator.reset()
+        parts, cuts = [], numpy.sort(numpy.random.default_rng(1).integers(502, len(NOISE), 40))
+        for block in numpy.split(NOISE.T if axis else NOISE, [500, 502, *cuts], axis=axis):  # one of them [2, 2]
+            expected = separator.output_for(block.shape[axis])
+            parts.append(separator.process(block))
+            assert parts[-1]["rest"].shape[axis] == expected and separator.pending <= separator.latency_samples
+        parts.append(separator.finish())
+        for name, part in WHOLE.items():
+            joined = numpy.concatenate([part[name] for part in parts], axis=axis)
+            assert numpy.array_equal(joined, part.T if axis else part)
+        with pytest.raises(RuntimeError):
+            separator.process(block)
 
 
 def test_stems_are_chosen_by_name_and_latency_in_seconds():
@@ -93,7 +90,6 @@ def test_stems_are_chosen_by_name_and_latency_in_seconds():
     (lambda m: tavrin.separate(m, NOISE[None]), ValueError, r"\[1, 300000, 2\]"),
     (lambda m: tavrin.Separator(m, stems=["kazoo"]), ValueError, "kazoo"),
     (lambda m: tavrin.Separator(m, stems="centre"), TypeError, r"\['centre'\]"),
-    (lambda m: tavrin.Separator(m, latency=0.001), ValueError, "latency"),
     (lambda m: tavrin.Model("kazoo"), FileNotFoundError, "kazoo.*centre"),
     (lambda m: tavrin.Model(b"no model"), RuntimeError, "no ONNX model"),
     (lambda m: tavrin.Model(m), TypeError, "bytes-like"),

@@ -20,8 +20,7 @@ int main() {
     queue.add(transformer.backward(transformer.forward(song)));
     ChunkProcessor processor(std::make_shared<Halver>(), 2, length, length / 4, 0, 16, false);
     const xt::xarray<float> stem = processor.process(queue.flush(), true);
-    float worst = stem.size() == song.size() ? 0.0f : 1.0f;
-    for (size_t i = 0; worst < 1.0f && i < song.size(); ++i)
-        worst = std::max(worst, std::abs(stem.data()[i] - 0.5f * song.data()[i]));
-    return worst < 1e-3f ? 0 : 1;  // but for the Nyquist bin, which the analysis drops
+    if (stem.size() != song.size()) return 1;
+    for (size_t i = 0; i < song.size(); ++i)  // but for the Nyquist bin, which the analysis drops
+        if (!(std::abs(stem.data()[i] - 0.5f * song.data()[i]) < 1e-3f)) return 2;
 }
