@@ -38,7 +38,7 @@ readonly package_tools=(dpkg-dev file)
 readonly arm64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
 readonly command_libraries=(libavformat-dev libavcodec-dev libswresample-dev libavutil-dev libpango1.0-dev)
 readonly system_packages=(pkg-config "${command_libraries[@]}" libcli11-dev nlohmann-json3-dev)
-readonly test_packages=(libgtest-dev parallel python3-onnx clang valgrind ffmpeg
+readonly test_packages=(libgtest-dev python3-onnx clang valgrind ffmpeg
     pybind11-dev python3-dev python3-numpy python3-pytest)
 
 say() { printf 'setup: %s\n' "$*"; }
