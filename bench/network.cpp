@@ -1,7 +1,8 @@
 // What the library and the command add to a trained network:  tavrin_network MODEL.onnx COMMAND ROUNDS
 // Bare calls of the runtime and bare transforms, against the whole Separator, against the command with its files, on
 // the same audio. Bare calls and the library take turns of a second or two, because a shared machine's speed wanders;
-// the command takes its turn from round to round. The medians of all rounds count.
+// the command takes its turn from round to round. The medians of all rounds count, each
+// round against itself.
 #include <onnxruntime_cxx_api.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -203,19 +204,24 @@ void printSection(const std::string& modelPath, const std::string& program, int 
             whole.push_back(secondsOf([&] { command("1:00:00"); }));
             start.push_back(secondsOf([&] { command("0.1"); }));
         }
-        const double least = median(bare) + median(floor), seconds = double(samples.size()) / 2 / info.sampleRate;
-        const auto row = [&](const char* what, double time, const char* target) {
-            std::printf("  %-44s %12.3f %9.2f  %s\n", what, time / least, time, target);
+        const double seconds = double(samples.size()) / 2 / info.sampleRate;
+        std::vector<double> least;
+        for (size_t i = 0; i < bare.size(); ++i) least.push_back(bare[i] + floor[i]);
+        // Against the bare time of the same round.
+        const auto row = [&](const char* what, const std::vector<double>& times, const char* target) {
+            std::vector<double> ratios;
+            for (size_t i = 0; i < least.size(); ++i) ratios.push_back(times[i % times.size()] / least[i]);
+            std::printf("  %-44s %12.3f %9.2f  %s\n", what, median(ratios), median(times), target);
         };
         std::printf("\n%s, %zu thread%s, %.0f s of audio, %.0f times real time%9s s\n",
                     fs::path(modelPath).filename().c_str(), threads, threads == 1 ? "" : "s", seconds,
                     seconds / median(library), "");
         row("bare model calls and transforms", least, "");
-        row("the library", median(library), "at most 1.03");
-        row("the command, files in and out", median(whole), "at most 1.10");
-        row("… of which to load and to separate a moment", median(start), "");
-        row("loading: bare session", bareLoading, "");
-        row("loading: the library's model", loading, "");
+        row("the library", library, "at most 1.03");
+        row("the command, files in and out", whole, "at most 1.10");
+        row("… of which to load and to separate a moment", start, "");
+        row("loading: bare session", {bareLoading}, "");
+        row("loading: the library's model", {loading}, "");
         std::fflush(stdout);
     }
 }
