@@ -1,8 +1,7 @@
 // What the library and the command add to a trained network:  tavrin_network MODEL.onnx COMMAND ROUNDS
 // Bare calls of the runtime and bare transforms, against the whole Separator, against the command with its files, on
 // the same audio. Bare calls and the library take turns of a second or two, because a shared machine's speed wanders;
-// the command takes its turn from round to round. The medians of all rounds count, each
-// round against itself.
+// the command takes its turn from round to round. Every round counts against itself, and the medians of all count.
 #include <onnxruntime_cxx_api.h>
 #include <sys/wait.h>
 #include <unistd.h>
