@@ -227,19 +227,15 @@ void AudioReader::openDecoder() {
 }
 
 std::optional<std::int64_t> AudioReader::length() const {
-    std::int64_t total = _limit;
+    // What is told later is more exact.
     const std::int64_t bitRate = _stream->codecpar->bit_rate;
-    if (total < unlimited) {
-        // MP4 is exact.
-    } else if (_stream->duration > 0) {
-        total = samples(_stream->duration);
-    } else if (const auto chunk = findDataChunk(_bytes.head()); chunk && bitRate > 0) {
+    std::int64_t total = unlimited;
+    if (_format->duration > 0) total = av_rescale(_format->duration, _rate, AV_TIME_BASE);
+    if (const auto chunk = findDataChunk(_bytes.head()); chunk && bitRate > 0)
         total = av_rescale(chunk->size, std::int64_t{8} * _rate, bitRate);
-    } else if (_format->duration > 0) {
-        total = av_rescale(_format->duration, _rate, AV_TIME_BASE);
-    }
-    if (std::min(total, _until) == unlimited) return std::nullopt;
-    return std::max<std::int64_t>(0, std::min(total, _until) - _from);
+    if (_stream->duration > 0) total = samples(_stream->duration);
+    total = std::min(_limit < unlimited ? _limit : total, _until);
+    return total == unlimited ? std::nullopt : std::optional(std::max<std::int64_t>(0, total - _from));
 }
 
 std::vector<float> AudioReader::read() {

@@ -50,7 +50,6 @@ struct WrongLength {
 
 /// The wanted part of a song as interleaved stereo samples at the song's own rate, wherever it comes from; mono becomes
 /// two equal channels. Reads whatever FFmpeg's libraries read, of a video the first audio stream, also from a pipe.
-///
 /// Every format is exact to the sample: what the encoder's header, an edit list or a last page says about padding is
 /// obeyed, and `start` counts decoded samples. Playlists and other files that name files are not followed.
 /// Threads: one reader, one thread at a time; several readers on several threads. Nothing is printed.

@@ -35,7 +35,6 @@ struct AudioOutput {
 /// lossy encoder adds in front and behind is noted in the file, and players that honour it (like AudioReader) leave it
 /// out. Its rate is AudioFormat::rateFor(). Integer formats round to the nearest step; samples beyond full scale are
 /// set to full scale.
-///
 /// A pipe gets WAV, FLAC, Ogg and raw samples as they come. MP3 and M4A need their first bytes last, so they are kept
 /// in an unnamed temporary file until finish(). WAV beyond 4 GiB becomes RF64, in a pipe it has an open length.
 class AudioWriter {

@@ -38,10 +38,8 @@ public:
 
 private:
     std::unique_ptr<SwrContext, FreeWith<swr_free>> _converter;
-    int _from;
-    int _to;
-    std::int64_t _in = 0;  // samples per channel so far
-    std::int64_t _out = 0;
+    int _from, _to;
+    std::int64_t _in = 0, _out = 0;  // samples per channel so far
 };
 
 /// How many are infinite or not a number: their exponent has all bits set. Comparing integers, compilers vectorise it.

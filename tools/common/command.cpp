@@ -40,10 +40,6 @@ std::string wrapped(const std::string& text, std::size_t indent) {
 
 class NarrowHelp final : public CLI::Formatter {
 public:
-    std::string make_description(const CLI::App* app) const override {
-        return wrapped(app->get_description(), 0) + "\n";
-    }
-
     std::string make_group(std::string group, bool arePositionals,
                            std::vector<const CLI::Option*> options) const override {
         std::string text = "\n" + group + ":\n";

@@ -46,17 +46,13 @@ Track load(const std::string& path, int rate = 0) {
 
 // The sum of all squares.
 double power(const Samples& samples) {
-    return std::inner_product(samples.begin(), samples.end(), samples.begin(), 0.0, std::plus(),
-                              std::multiplies<double>());
+    const auto square = [](double sample) { return sample * sample; };
+    return std::transform_reduce(samples.begin(), samples.end(), 0.0, std::plus(), square);
 }
 
 // Float samples: a sum beyond full scale is kept.
 void write(const std::string& output, const Track& track) {
-    AudioOutput file;
-    file.place.path = output;
-    file.format = findAudioFormat("wav");
-    file.rate = track.rate;
-    AudioWriter writer(file);
+    AudioWriter writer({.place = {.path = output}, .format = findAudioFormat("wav"), .rate = track.rate});
     writer.write(track.samples);
     writer.finish();
 }
@@ -128,7 +124,10 @@ bool score(const std::string& mixFile, const std::vector<std::string>& table, st
     return deviationDb <= -120;  // they are a float sum away from the mix: more is a fault
 }
 
-int run(const std::vector<std::string>& words) {
+}  // namespace
+
+int main(int argc, char** argv) try {
+    const std::vector<std::string> words(argv + 1, argv + argc);
     const std::string& verb = words.at(0);
     const std::vector<std::string> more(words.begin() + 2, words.end());
     if (verb == "mix") mix(words[1], more);
@@ -136,15 +135,7 @@ int run(const std::vector<std::string>& words) {
     if (verb != "score") return 0;
     const auto columns = static_cast<std::size_t>(std::find(more.begin(), more.end(), ":") - more.begin());
     return score(words[1], more, columns) ? 0 : 1;
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    try {
-        return run({argv + 1, argv + argc});
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "tavrin-demo-audio: %s\n", error.what());
-        return 1;
-    }
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "tavrin-demo-audio: %s\n", error.what());
+    return 1;
 }

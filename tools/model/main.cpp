@@ -149,9 +149,14 @@ void list() {
     }
 }
 
-int run(int argc, const char* const* argv) {
+}  // namespace
+
+}  // namespace tavrin::tool
+
+int main(int argc, char** argv) {
+    using namespace tavrin::tool;
     CLI::App app(
-        "Says whether Tavrin can run a model and what to change if not; lists models; scrambles them with a key.",
+        "Says whether Tavrin can run a model and what to change if not; lists models;\nscrambles them with a key.",
         "tavrin-model");
     app.footer(footer);
     app.set_version_flag("--version", "tavrin-model " TAVRIN_VERSION, "Print the version and exit");
@@ -179,9 +184,3 @@ int run(int argc, const char* const* argv) {
         return ExitCode::done;
     });
 }
-
-}  // namespace
-
-}  // namespace tavrin::tool
-
-int main(int argc, char** argv) { return tavrin::tool::run(argc, argv); }

@@ -14,8 +14,8 @@ namespace tavrin::tool {
 namespace {
 
 constexpr const char* description =
-    "Separates songs into the stems that a model takes out of them and the rest. Stems + rest are the song, sample by "
-    "sample.";
+    "Separates songs into the stems that a model takes out of them and the rest.\n"
+    "Stems + rest are the song, sample by sample.";
 
 constexpr const char* footer =
     "Examples:\n"

@@ -30,7 +30,6 @@ struct FrequencyScale {
 
 /// The spectrogram of a stereo stream of any length in bounded memory: columns of equal length in time. When there are
 /// too many, every two become one, and from then on each covers twice the time.
-///
 /// A cell holds the loudest moment in its stretch of time and of frequencies, both channels together, so that short
 /// and narrow sounds do not vanish.
 class Spectrogram {
@@ -79,8 +78,7 @@ public:
 private:
     FrequencyScale _scale;
     std::vector<std::pair<std::string, Spectrogram>> _streams;  // each with its name
-    double _rate;
-    double _start;
+    double _rate, _start;
     std::size_t _samples = 0;  // per channel, of each stream
 };
 
