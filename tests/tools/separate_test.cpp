@@ -10,14 +10,6 @@
 
 namespace {
 
-// Of texts, with spaces between them.
-template <typename Texts>
-std::string joined(const Texts& texts) {
-    std::string list;
-    for (const auto& text : texts) list.append(list.empty() ? "" : " ").append(std::string(text));
-    return list;
-}
-
 TEST(Times, areSecondsOrHaveColons) {
     const std::pair<const char*, double> cases[] = {{"95", 95},          {"0", 0},       {"1.5", 1.5}, {"1:35", 95},
                                                     {"0:01:35.5", 95.5}, {"90:00", 5400}};
@@ -52,7 +44,8 @@ TEST(Options, chooseTheFormatByNameEndingOrPipe) {
 TEST(Names, followTheTemplateAndStayInTheFolder) {
     const auto files = [](const char* name, const PartNames& parts, const char* song, const char* below = ".") {
         const OutputOptions output{.folder = "o", .name = name, .format = findAudioFormat("wav"), .spectrogram = true};
-        return joined(targetsOf(output, parts, {song, below}).files());
+        const std::vector<fs::path> paths = targetsOf(output, parts, {song, below}).files();
+        return joined({paths.begin(), paths.end()}, " ");
     };
     const PartNames one{{"centre"}, "centre"}, two{{"vocals", "drums"}, "vocals+drums"};
     EXPECT_EQ(files("{song}/{stem}.{ext}", one, "a/My Song.mp3"),
@@ -86,7 +79,7 @@ TEST_F(Command, searchesFoldersOnceAndTellsEqualNamesApart) {
         std::vector<std::string> songs;
         for (const Song& song : listSongs(given, "a/out"))
             songs.push_back(song.isPipe() ? "(stdin)" : song.file.string() + "(" + song.folder.string() + ")");
-        return joined(songs);
+        return joined(songs, " ");
     };
     EXPECT_EQ(list({"a"}), "a/b/x.mp3(b) a/same.wav(.)");
     EXPECT_EQ(list({"a/", "c"}), "a/b/x.mp3(a/b) a/same.wav(a) c/X.WAV(c)");
