@@ -50,10 +50,9 @@ struct Batch {
         work();
         for (std::future<void>& helper : helpers) helper.get();
         const bool several = songs.size() > 1;
-        if (several && !options.quiet) {
+        if (several && !options.quiet)
             say(std::to_string(songs.size()) + " songs: " + std::to_string(count["done"]) + " separated, " +
                 std::to_string(count["skipped"]) + " skipped, " + std::to_string(count["failed"]) + " failed");
-        }
         for (const std::string& failure : failures) say((several ? "failed: " : "") + failure);
         return several && !failures.empty() ? ExitCode::someSongsFailed : code;
     }

@@ -88,9 +88,10 @@ struct SongRun {
     }
 
     std::string listFiles() const {
-        std::string names;
-        for (const Target& part : targets.parts) names += (names.empty() ? "" : ", ") + part.label();
-        return targets.picture.empty() ? names : names + ", " + targets.picture.string();
+        std::vector<std::string> names;
+        for (const Target& part : targets.parts) names.push_back(part.label());
+        if (!targets.picture.empty()) names.push_back(targets.picture.string());
+        return joined(names, ", ");
     }
 
     // What the record of a song has to say for its results to be up to date: song, models and options.
