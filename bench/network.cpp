@@ -1,14 +1,17 @@
 // What the library and the command add to a trained network:  tavrin_network MODEL.onnx COMMAND ROUNDS
 // Bare calls of the runtime and bare transforms, against the whole Separator, against the command with its files, on
-// the same audio. Bare calls and the library take turns of a second or two, because a shared machine's speed wanders;
-// the command takes its turn from round to round. Every round counts against itself, and the medians of all count.
+// the same audio. The three take turns of a second or two, because a shared machine's speed wanders; the command is
+// stopped while it is not its turn. The library counts against the bare calls of the same turn, the command against
+// those of the same round. Medians of all turns, and of all rounds.
 #include <onnxruntime_cxx_api.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -24,6 +27,10 @@
 #include "bare_transforms.h"
 #include "signals.h"
 #include "tavrin/separator.h"
+
+extern "C" {  // which the header of glibc 2.36 forgets
+#include <sys/pidfd.h>
+}
 
 namespace {
 
@@ -136,20 +143,53 @@ void writeWav(const fs::path& path, std::uint32_t rate, const std::vector<float>
     if (!file.flush()) throw std::runtime_error(path.string() + " cannot be written");
 }
 
-/// Runs a program to its end.
-void run(const std::vector<std::string>& words) {
-    std::vector<char*> arguments;
-    for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
-    const pid_t child = fork();
-    if (child == 0) {
-        execv(arguments[0], arguments.data());
-        _exit(127);
+/// A program that runs only while it is its turn.
+class Program {
+public:
+    explicit Program(const std::vector<std::string>& words) : _name(words.front()) {
+        std::vector<char*> arguments;
+        for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+        arguments.push_back(nullptr);
+        _process = fork();
+        if (_process == 0) {
+            raise(SIGSTOP);
+            execv(arguments[0], arguments.data());
+            _exit(127);
+        }
+        _descriptor = _process < 0 ? -1 : pidfd_open(_process, 0);
+        if (_descriptor < 0) throw std::runtime_error(_name + " cannot be run");
+        waitpid(_process, nullptr, WUNTRACED);
     }
-    int status = 0;
-    if (child < 0 || waitpid(child, &status, 0) != child || status != 0)
-        throw std::runtime_error(words.front() + " failed");
-}
+    ~Program() {
+        if (!_isOver) kill(_process, SIGKILL);
+        close(_descriptor);
+    }
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    /// Lets it run for so long, or to its end where that comes first.
+    void run(std::chrono::milliseconds duration) {
+        int status = 0;
+        _seconds += secondsOf([&] {
+            kill(_process, SIGCONT);
+            pollfd end = {_descriptor, POLLIN, 0};
+            if (poll(&end, 1, int(duration.count())) == 0) kill(_process, SIGSTOP);
+            waitpid(_process, &status, WUNTRACED);
+        });
+        _isOver = !WIFSTOPPED(status);
+        if (_isOver && status != 0) throw std::runtime_error(_name + " failed");
+    }
+
+    bool isOver() const { return _isOver; }
+    double seconds() const { return _seconds; }
+
+private:
+    std::string _name;
+    pid_t _process = -1;
+    int _descriptor = -1;
+    bool _isOver = false;
+    double _seconds = 0;  // of its turns
+};
 
 struct Folder {
     Folder() {
@@ -184,43 +224,49 @@ void printSection(const std::string& modelPath, const std::string& program, int 
         writeWav(folder.path / "song.wav", info.sampleRate, samples);
 
         const auto command = [&](const std::string& duration) {
-            run({program, (folder.path / "song.wav").string(), "--model", modelPath, "--threads",
-                 std::to_string(threads), "--duration", duration, "-o", folder.path.string(), "--only", "stem",
-                 "--overwrite", "--no-record", "--quiet"});
+            return Program({program, (folder.path / "song.wav").string(), "--model", modelPath, "--threads",
+                            std::to_string(threads), "--duration", duration, "-o", folder.path.string(), "--only",
+                            "stem", "--overwrite", "--no-record", "--quiet"});
         };
+        using namespace std::chrono_literals;
         BareTransforms transforms;
-        std::vector<double> bare, floor, library, whole, start;
+        const double blocksACall = double(hops) / kCalls / kBlockFrames;
+        std::vector<double> bare, library, libraryShare, whole, wholeShare, start;  // bare and library: seconds a turn
         for (int round = 0; round < rounds; ++round) {
             std::optional<LibraryStream> through;
-            library.push_back(secondsOf([&] { through.emplace(*model, samples); }));
-            bare.push_back(0);
-            floor.push_back(0);
-            for (size_t turn = 0; turn < kTurns; ++turn) {
-                bare.back() += timeTurn([&] { session->run(); });
-                floor.back() += timeTurn([&] { transforms.block(); }) * double(hops) / kCalls / kBlockFrames;
-                library.back() += timeTurn([&] { through->next(); });
+            const double making = secondsOf([&] { through.emplace(*model, samples); }) / kTurns;
+            Program song = command("1:00:00");
+            double bareOfRound = 0;
+            size_t turns = 0;
+            for (; turns < kTurns || !song.isOver(); ++turns) {
+                bare.push_back(timeTurn([&] { session->run(); }) + timeTurn([&] { transforms.block(); }) * blocksACall);
+                bareOfRound += bare.back();
+                if (turns < kTurns) {
+                    library.push_back(timeTurn([&] { through->next(); }) + making);
+                    libraryShare.push_back(library.back() / bare.back());
+                }
+                if (!song.isOver()) song.run(1500ms);
             }
-            whole.push_back(secondsOf([&] { command("1:00:00"); }));
-            start.push_back(secondsOf([&] { command("0.1"); }));
+            whole.push_back(song.seconds());
+            wholeShare.push_back(song.seconds() / (bareOfRound / double(turns) * kTurns));
+            Program moment = command("0.1");
+            while (!moment.isOver()) moment.run(1min);
+            start.push_back(moment.seconds());
         }
         const double seconds = double(samples.size()) / 2 / info.sampleRate;
-        std::vector<double> least;
-        for (size_t i = 0; i < bare.size(); ++i) least.push_back(bare[i] + floor[i]);
-        // Against the bare time of the same round.
-        const auto row = [&](const char* what, const std::vector<double>& times, const char* target) {
-            std::vector<double> ratios;
-            for (size_t i = 0; i < least.size(); ++i) ratios.push_back(times[i % times.size()] / least[i]);
-            std::printf("  %-44s %12.3f %9.2f  %s\n", what, median(ratios), median(times), target);
+        const double least = median(bare) * kTurns;
+        const auto row = [](const char* what, double share, double time, const char* target) {
+            std::printf("  %-44s %12.3f %9.2f  %s\n", what, share, time, target);
         };
         std::printf("\n%s, %zu thread%s, %.0f s of audio, %.0f times real time%9s s\n",
                     fs::path(modelPath).filename().c_str(), threads, threads == 1 ? "" : "s", seconds,
-                    seconds / median(library), "");
-        row("bare model calls and transforms", least, "");
-        row("the library", library, "at most 1.03");
-        row("the command, files in and out", whole, "at most 1.10");
-        row("… of which to load and to separate a moment", start, "");
-        row("loading: bare session", {bareLoading}, "");
-        row("loading: the library's model", {loading}, "");
+                    seconds / median(library) / kTurns, "");
+        row("bare model calls and transforms", 1, least, "");
+        row("the library", median(libraryShare), median(library) * kTurns, "at most 1.03");
+        row("the command, files in and out", median(wholeShare), median(whole), "at most 1.10");
+        row("… of which to load and to separate a moment", median(start) / least, median(start), "");
+        row("loading: bare session", bareLoading / least, bareLoading, "");
+        row("loading: the library's model", loading / least, loading, "");
         std::fflush(stdout);
     }
 }

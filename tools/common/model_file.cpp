@@ -61,9 +61,10 @@ std::string readBytes(const fs::path& file, ExitCode unreadable) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rbe"), std::fclose);
     std::error_code none;  // for what is no regular file
     const auto size = fs::file_size(file, none);
-    std::string bytes(none ? 0 : size, '\0');
-    bytes.resize(stream ? std::fread(bytes.data(), 1, bytes.size(), stream.get()) : 0);
-    char block[4096];
+    std::string bytes;
+    bytes.reserve(none ? 0 : size);
+    // Through a block that stays in the cache: a string of the whole size would be filled with zeros first.
+    char block[65536];
     while (const std::size_t count = stream ? std::fread(block, 1, sizeof block, stream.get()) : 0)
         bytes.append(block, count);
     if (!stream || std::ferror(stream.get()))

@@ -54,8 +54,9 @@ struct Loader {
         Names& stems = loaded.names.stems;
         const bool isAll = stems.size() == known.size();
         loaded.names.group = isAll && stems.size() > 1 ? joined(files, "+") : joined(stems, "+");
+        const bool isOwnWish = choice.latency != 0 || choice.context != 0;  // what a model wants for itself is possible
         try {
-            Separation(loaded.stages, 44100);  // any rate will do
+            if (isOwnWish) Separation(loaded.stages, 44100);  // any rate will do
         } catch (const std::invalid_argument& reason) {
             throw Failure(ExitCode::wrongUsage, std::string("--latency, --context: ") + reason.what());
         }
