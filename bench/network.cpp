@@ -1,6 +1,6 @@
 // What the library and the command add to a trained network:  tavrin_network MODEL.onnx COMMAND ROUNDS
 // Bare calls of the runtime and bare transforms, against the whole Separator, against the command with its files, on
-// the same audio. The three take turns of a second or two, because a shared machine's speed wanders; the command is
+// the same audio. The three take turns of less than a second, because a shared machine's speed wanders; the command is
 // stopped while it is not its turn. The library counts against the bare calls of the same turn, the command against
 // those of the same round. Medians of all turns, and of all rounds.
 #include <onnxruntime_cxx_api.h>
@@ -36,7 +36,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr size_t kTurns = 10, kCallsATurn = 6;
+constexpr size_t kTurns = 20, kCallsATurn = 3;
 constexpr size_t kCalls = kTurns * kCallsATurn;  // ten minutes at 448 new frames a call
 
 double secondsOf(const std::function<void()>& work) {
@@ -245,7 +245,7 @@ void printSection(const std::string& modelPath, const std::string& program, int 
                     library.push_back(timeTurn([&] { through->next(); }) + making);
                     libraryShare.push_back(library.back() / bare.back());
                 }
-                if (!song.isOver()) song.run(1500ms);
+                if (!song.isOver()) song.run(800ms);
             }
             whole.push_back(song.seconds());
             wholeShare.push_back(song.seconds() / (bareOfRound / double(turns) * kTurns));
