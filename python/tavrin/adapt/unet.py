@@ -168,7 +168,7 @@ def _phase(kernel, p, q):
 
 def _sigmoid(graph, logits):
     """Spelt out: the ratio of two masks near 0 matters, and the runtime's own operator is exact near 1 only (it ends at
-    1e-8, and music goes to 1e-30; the song comes out at 45 dB from the original's instead of 107)."""
+    1e-8, and music goes to 1e-30; random spectra come out at 45 dB from the original's instead of 109)."""
     return graph.Reciprocal(graph.Add(graph.Exp(graph.Neg(logits)), 1.0))
 
 
