@@ -5,6 +5,7 @@
 // those of the same round. Medians of all turns, and of all rounds.
 #include <onnxruntime_cxx_api.h>
 #include <poll.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,6 +26,7 @@
 #include <vector>
 
 #include "bare_transforms.h"
+#include "resident_memory.h"
 #include "signals.h"
 #include "tavrin/separator.h"
 
@@ -45,9 +47,12 @@ double secondsOf(const std::function<void()>& work) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-/// A turn of several calls, once the threads of whatever was called before have stopped waiting at full speed.
+/// Until the threads of whatever ran before have stopped waiting at full speed.
+void rest() { std::this_thread::sleep_for(std::chrono::milliseconds(100)); }
+
+/// A turn of several calls.
 double timeTurn(const std::function<void()>& call) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    rest();
     return secondsOf([&] {
         for (size_t i = 0; i < kCallsATurn; ++i) call();
     });
@@ -146,49 +151,58 @@ void writeWav(const fs::path& path, std::uint32_t rate, const std::vector<float>
 /// A program that runs only while it is its turn.
 class Program {
 public:
-    explicit Program(const std::vector<std::string>& words) : _name(words.front()) {
-        std::vector<char*> arguments;
-        for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-        arguments.push_back(nullptr);
-        _process = fork();
-        if (_process == 0) {
-            raise(SIGSTOP);
-            execv(arguments[0], arguments.data());
-            _exit(127);
-        }
-        _descriptor = _process < 0 ? -1 : pidfd_open(_process, 0);
-        if (_descriptor < 0) throw std::runtime_error(_name + " cannot be run");
-        waitpid(_process, nullptr, WUNTRACED);
-    }
+    explicit Program(std::vector<std::string> words) : _words(std::move(words)) {}
     ~Program() {
-        if (!_isOver) kill(_process, SIGKILL);
-        close(_descriptor);
+        if (_process <= 0 || _isOver) return;
+        kill(_process, SIGKILL);
+        waitpid(_process, nullptr, 0);
     }
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
     /// Lets it run for so long, or to its end where that comes first.
     void run(std::chrono::milliseconds duration) {
-        int status = 0;
         _seconds += secondsOf([&] {
-            kill(_process, SIGCONT);
-            pollfd end = {_descriptor, POLLIN, 0};
+            if (_process < 0)
+                start();
+            else
+                kill(_process, SIGCONT);
+            const int descriptor = pidfd_open(_process, 0);
+            pollfd end = {descriptor, POLLIN, 0};
+            if (descriptor < 0) fail("cannot be waited for");
             if (poll(&end, 1, int(duration.count())) == 0) kill(_process, SIGSTOP);
-            waitpid(_process, &status, WUNTRACED);
+            close(descriptor);
         });
+        int status = 0;
+        if (waitpid(_process, &status, WUNTRACED) != _process) fail("cannot be waited for");
         _isOver = !WIFSTOPPED(status);
-        if (_isOver && status != 0) throw std::runtime_error(_name + " failed");
+        if (!_isOver) _peak = double(residentKiB("VmHWM", std::to_string(_process))) / 1024;
+        if (_isOver && status != 0) fail("failed");
     }
 
     bool isOver() const { return _isOver; }
     double seconds() const { return _seconds; }
+    /// Of resident memory, as of the last time that it was stopped.
+    double peakMiB() const { return _peak; }
 
 private:
-    std::string _name;
+    // Not by fork(), after which this process would copy every page that it writes to.
+    void start() {
+        std::vector<char*> arguments;
+        for (const std::string& word : _words) arguments.push_back(const_cast<char*>(word.c_str()));
+        arguments.push_back(nullptr);
+        if (posix_spawn(&_process, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0) {
+            _process = -1;
+            fail("cannot be run");
+        }
+    }
+    [[noreturn]] void fail(const char* what) const { throw std::runtime_error(_words.front() + " " + what); }
+
+    std::vector<std::string> _words;
     pid_t _process = -1;
-    int _descriptor = -1;
     bool _isOver = false;
     double _seconds = 0;  // of its turns
+    double _peak = 0;
 };
 
 struct Folder {
@@ -231,7 +245,9 @@ void printSection(const std::string& modelPath, const std::string& program, int 
         using namespace std::chrono_literals;
         BareTransforms transforms;
         const double blocksACall = double(hops) / kCalls / kBlockFrames;
-        std::vector<double> bare, library, libraryShare, whole, wholeShare, start;  // bare and library: seconds a turn
+        std::vector<double> bare, library, libraryShare, whole, wholeShare, peak,
+            start;       // the first two: seconds a turn
+        session->run();  // the first run makes its buffers; those of the library's first turn are one of many
         for (int round = 0; round < rounds; ++round) {
             std::optional<LibraryStream> through;
             const double making = secondsOf([&] { through.emplace(*model, samples); }) / kTurns;
@@ -245,9 +261,13 @@ void printSection(const std::string& modelPath, const std::string& program, int 
                     library.push_back(timeTurn([&] { through->next(); }) + making);
                     libraryShare.push_back(library.back() / bare.back());
                 }
-                if (!song.isOver()) song.run(800ms);
+                if (!song.isOver()) {
+                    rest();
+                    song.run(800ms);
+                }
             }
             whole.push_back(song.seconds());
+            peak.push_back(song.peakMiB());
             wholeShare.push_back(song.seconds() / (bareOfRound / double(turns) * kTurns));
             Program moment = command("0.1");
             while (!moment.isOver()) moment.run(1min);
@@ -267,6 +287,7 @@ void printSection(const std::string& modelPath, const std::string& program, int 
         row("… of which to load and to separate a moment", median(start) / least, median(start), "");
         row("loading: bare session", bareLoading / least, bareLoading, "");
         row("loading: the library's model", loading / least, loading, "");
+        std::printf("  %-44s %22.0f  MiB\n", "the command's memory at its peak", median(peak));
         std::fflush(stdout);
     }
 }

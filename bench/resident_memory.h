@@ -13,9 +13,9 @@
 #include <stdexcept>
 #include <string>
 
-/// A line of the process's status, in KiB.
-inline size_t residentKiB(const std::string& name) {
-    std::ifstream status("/proc/self/status");
+/// A line of the status of this process, or of another one, in KiB.
+inline size_t residentKiB(const std::string& name, const std::string& process = "self") {
+    std::ifstream status("/proc/" + process + "/status");
     for (std::string line; std::getline(status, line);)
         if (line.rfind(name + ":", 0) == 0) return std::stoul(line.substr(name.size() + 1));
     throw std::runtime_error("no " + name + " in the process's status");

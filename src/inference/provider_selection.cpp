@@ -146,11 +146,6 @@ std::string joined(const std::vector<std::string>& words, const char* between) {
 Ort::SessionOptions quietOptions(const ProviderWish& wish) {
     Ort::SessionOptions options;
     options.SetLogSeverityLevel(ORT_LOGGING_LEVEL_FATAL);
-    // Buffers come from the runtime's arena one by one. Planned ones are laid into one block from the second run on,
-    // for which the arena has to grow although what the first run used is free: 160 MB more for 20 M weights.
-    options.DisableMemPattern();
-    // Weights lie outside the arena: what is freed when they are brought into the runtime's own layout is free for all.
-    options.AddConfigEntry("session.use_device_allocator_for_initializers", "1");
     if (wish.threads > 0) options.SetIntraOpNumThreads(static_cast<int>(wish.threads));
     return options;
 }
@@ -161,6 +156,13 @@ bool isCpu(const std::string& provider) { return shortName(provider) == shortNam
 std::unique_ptr<Ort::Session> trySession(Ort::Env& env, const void* data, size_t size, const ProviderWish& wish,
                                          const std::string& provider, std::string& reason) try {
     Ort::SessionOptions options = quietOptions(wish);
+    if (isCpu(provider)) {
+        // A run's buffers come from the runtime's arena one by one. Planned ones are laid into one block from the
+        // second run on, for which the arena grows although all that the first run used is free.
+        options.DisableMemPattern();
+        // Weights outside the arena: what is freed when they are brought into the runtime's own layout is free for all.
+        options.AddConfigEntry("session.use_device_allocator_for_initializers", "1");
+    }
     for (const char* accelerator : kAccelerators) {
         if (shortName(accelerator) != shortName(provider)) continue;
         if (const std::optional<Refusal> refusal = append(accelerator, options, appendCoreMLByFunction)) {
