@@ -34,6 +34,7 @@ public:
     /// Waits for the other end of a named pipe. @throws Failure.
     ByteStream(const AudioPlace& place, Direction direction);
     ByteStream(const ByteStream&) = delete;
+    ByteStream& operator=(const ByteStream&) = delete;
 
     AVIOContext* context() { return _context.get(); }
     bool isSeekable() const { return _context->seekable != 0; }

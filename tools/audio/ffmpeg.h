@@ -51,6 +51,7 @@ struct LibraryLog {
         explicit Scope(LibraryLog& log);
         ~Scope();
         Scope(const Scope&) = delete;
+        Scope& operator=(const Scope&) = delete;
     };
 
     std::vector<std::string> lines{};  ///< the first hundred

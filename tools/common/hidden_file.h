@@ -16,6 +16,7 @@ public:
     explicit HiddenFile(const std::filesystem::path& target);
     ~HiddenFile();
     HiddenFile(const HiddenFile&) = delete;
+    HiddenFile& operator=(const HiddenFile&) = delete;
 
     const std::filesystem::path& target() const { return _target; }
 

@@ -25,6 +25,7 @@ public:
     Progress(std::size_t songs, bool wanted);
     ~Progress();
     Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
 
     /// One of the songs, of which a share of `before` was done, has come to `now`; 1 is its end. Any thread.
     void show(const std::string& song, double before, double now);

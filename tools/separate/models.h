@@ -25,6 +25,7 @@ public:
     }
     ~Digest() { av_hash_freep(&_context); }
     Digest(const Digest&) = delete;
+    Digest& operator=(const Digest&) = delete;
 
     Digest& add(const void* bytes, std::size_t count) {
         av_hash_update(_context, static_cast<const std::uint8_t*>(bytes), count);
