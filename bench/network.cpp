@@ -245,8 +245,8 @@ void printSection(const std::string& modelPath, const std::string& program, int 
         using namespace std::chrono_literals;
         BareTransforms transforms;
         const double blocksACall = double(hops) / kCalls / kBlockFrames;
-        std::vector<double> bare, library, libraryShare, whole, wholeShare, peak,
-            start;       // the first two: seconds a turn
+        std::vector<double> bare, library, libraryShare;  // of each turn: seconds, and the library's share of the bare
+        std::vector<double> whole, wholeShare, peak, start;  // of each round: the command's
         session->run();  // the first run makes its buffers; those of the library's first turn are one of many
         for (int round = 0; round < rounds; ++round) {
             std::optional<LibraryStream> through;
